@@ -1,0 +1,19 @@
+// Words shared between threads without locks.
+//
+// Every flag, counter and ring position that one thread writes and another
+// reads lives in a plain field of a plain record (so records can be zeroed
+// and laid out as documented) and is accessed through these two calls. They
+// compile to ordinary loads and stores plus the barriers that make a ring's
+// bytes visible before its counter moves; on 32-bit ARM they also keep the
+// 64-bit ring counters from tearing.
+#pragma once
+
+template <class T>
+inline T sharedLoad(const T &word) {
+  return __atomic_load_n(&word, __ATOMIC_ACQUIRE);
+}
+
+template <class T, class V>
+inline void sharedStore(T &word, V value) {
+  __atomic_store_n(&word, static_cast<T>(value), __ATOMIC_RELEASE);
+}

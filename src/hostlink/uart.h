@@ -1,0 +1,11 @@
+// The host serial line: raw 8N1, fixed speed, one process-wide descriptor.
+#pragma once
+#include <cstdint>
+
+extern int32_t uartFd;  // -1 while closed
+
+int uartOpen(const char *path, int speed, int flowCtrl, int dataBits, int stopBits, int parity);
+int uartSend(const uint8_t *buf, int len);  // bytes written, or -1
+int uartRecv(uint8_t *buf, int len);        // bytes read, or -1 when nothing came within 100 us
+int uartFlushInput();
+int uartClose();

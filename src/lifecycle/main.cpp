@@ -1,0 +1,2 @@
+// Placeholder, completed with the process lifecycle.
+int main() { return 0; }

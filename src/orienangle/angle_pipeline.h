@@ -1,0 +1,13 @@
+// The per-frame angle pipeline: one 8 x 960 float frame in, one direction byte out.
+#pragma once
+#include <cstdint>
+
+struct OrienAngleEstimator;
+
+constexpr int ANGLE_NONE = 230;       // no direction known
+constexpr int ANGLE_FAR_END = 231;    // the loudspeaker is playing, updates suspended
+
+// frame: 8 planes of 960 floats at 16-bit scale; spkinFrame: 960 floats or null.
+// Writes the low bytes of the published direction and of the second byte.
+float angleFrameProcess(OrienAngleEstimator *est, const float *frameAlias, const float *frame,
+                        const float *spkinFrame, uint8_t *outAngle, uint8_t *outAux);
