@@ -30,5 +30,9 @@ set(ENV{PKG_CONFIG_LIBDIR} "/usr/lib/${QV_CROSS_TRIPLE}/pkgconfig:/usr/share/pkg
 set(ENV{PKG_CONFIG_PATH} "")
 
 # Test programs (and gtest's test discovery) run through the user-mode
-# emulator, with the cross C library as the dynamic loader's root.
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm;-L;/usr/${QV_CROSS_TRIPLE})
+# emulator. It finds the target's dynamic loader at /lib/ld-linux-armhf.so.3
+# (libc6:armhf), the same build as the C library that the multiarch libraries
+# resolve to. Pointing it at the cross toolchain's copy instead
+# (-L /usr/arm-linux-gnueabihf) pairs that loader with libc6:armhf's libc.so.6
+# whenever the two packages differ in version, and threads then crash at start.
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm)
