@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "orienangle/estimator.h"
+#include "sim/noise.h"
+#include "sim/voiced_speech.h"
 #include "test_signals.h"
 
 namespace {
@@ -365,6 +367,30 @@ TEST_F(AnglePipeline, SilentFrameSkipsTheNextTwoFramesAndAnalysesTheThird) {
       EXPECT_LE(std::abs(static_cast<int>(est_->peakAngles[s][0]) - 120), 1) << "frame " << f;
     }
   }
+}
+
+// The whole chain with the voice model: a synthetic talker from -35 degrees over
+// pink sensor noise is published as grid index 55 (within a degree).
+TEST_F(AnglePipeline, TalkerFromAKnownDirectionIsPublishedWithinOneDegree) {
+  std::vector<float> speech = makeVoicedSpeech(4.0, 48000, 3);
+  const size_t n = speech.size();
+  for (auto &x : speech) x *= 16000.0f;
+  std::vector<float> planes = testsig::arrayFrom(speech, -35.0);
+  for (int m = 0; m < ORIEN_MIC_NUM; ++m) {
+    std::vector<float> sensor = makeNoise(NoiseColour::Pink, n, 100 + m);
+    for (size_t i = 0; i < n; ++i) planes[m * n + i] += 30.0f * sensor[i];
+  }
+  std::vector<float> frame(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE);
+  int published = 0;
+  for (size_t f = 0; f < n / ORIEN_FRAME_SIZE; ++f) {
+    testsig::frameOf(planes, n, f, frame.data());
+    process(frame.data());
+    if (angle != 230) {
+      ++published;
+      ASSERT_LE(std::abs(angle - 55), 1) << "frame " << f;
+    }
+  }
+  EXPECT_GT(published, 20);
 }
 
 }  // namespace

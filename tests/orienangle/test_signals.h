@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "orienangle/estimator.h"
-#include "plane_wave.h"
+#include "sim/plane_wave.h"
 
 namespace testsig {
 
