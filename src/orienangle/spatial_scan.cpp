@@ -1,0 +1,90 @@
+#include "orienangle/spatial_scan.h"
+
+#include <cmath>
+
+void spatialPickPeaks(const float *p, uint32_t *peaks) {
+  const int none = ANGLE_NONE;
+  int c0 = none, c1 = none, c2 = none;
+  const int last = ORIEN_ANGLE_NUM - 1;
+
+  // End points first, placed without comparing their values (a tie counts at 0, not at 180).
+  const bool lowEnd = p[0] >= p[1];
+  const bool highEnd = p[last] > p[last - 1];
+  if (lowEnd) {
+    c0 = 0;
+    if (highEnd) c1 = last;
+  } else if (highEnd) {
+    c0 = last;
+  }
+
+  // Interior peaks, inserted by value; an equal value never displaces a slot.
+  for (int i = 1; i < last; ++i) {
+    if (!(p[i] > p[i - 1] && p[i] >= p[i + 1])) continue;
+    if (c0 == none) {
+      c0 = i;
+    } else if (p[i] > p[c0]) {
+      c2 = c1;
+      c1 = c0;
+      c0 = i;
+    } else if (c1 == none) {
+      c1 = i;
+    } else if (p[i] > p[c1]) {
+      c2 = c1;
+      c1 = i;
+    } else if (c2 == none || p[i] > p[c2]) {
+      c2 = i;
+    }
+  }
+  peaks[0] = static_cast<uint32_t>(c0);
+  peaks[1] = static_cast<uint32_t>(c1);
+  peaks[2] = static_cast<uint32_t>(c2);
+}
+
+int spatialSpectrumScanReference(OrienAngleEstimator *est,
+                                 const OrienComplex (*spectra)[ORIEN_SPECTRUM_BINS]) {
+  // 1. Bin weights, once per frame: square-root SNR, and the power normaliser.
+  float weight[ORIEN_BINS];
+  float norm[ORIEN_BINS];
+  int bins[ORIEN_BINS];
+  int binCount = 0;
+  for (int k = ORIEN_SCAN_FIRST_BIN; k < ORIEN_BINS; ++k) {
+    if (est->binSelected[k] == 0) continue;
+    bins[binCount++] = k;
+    weight[k] = std::sqrt(est->binPower[k] / (est->micNoise.binNoise[k] + SCAN_NOISE_EPS));
+    norm[k] = est->binPower[k] + SCAN_POWER_EPS;
+  }
+
+  // 2. Steered power per direction, in single precision.
+  float power[ORIEN_ANGLE_NUM];
+  int best = ORIEN_ANGLE_BROADSIDE;
+  float bestPower = 0.0f;
+  for (int a = 0; a < ORIEN_ANGLE_NUM; ++a) {
+    float sum = 0.0f;
+    for (int b = 0; b < binCount; ++b) {
+      const int k = bins[b];
+      const OrienComplex *s = est->steering[a][k];
+      float yr = 0.0f, yi = 0.0f;
+      for (int m = 0; m < ORIEN_MIC_NUM; ++m) {
+        const OrienComplex x = spectra[m][k];
+        yr += s[m].re * x.re - s[m].im * x.im;
+        yi += s[m].im * x.re + s[m].re * x.im;
+      }
+      sum += ((yr * yr + yi * yi) * weight[k]) / norm[k];
+    }
+    power[a] = sum;
+    if (sum > bestPower) {
+      bestPower = sum;
+      best = a;
+    }
+  }
+
+  // 3. Store the spectrum, then 4, 5: its peaks.
+  const uint32_t slot = est->frameCursor;
+  for (int a = 0; a < ORIEN_ANGLE_NUM; ++a) est->angleSpectrum[slot][a] = power[a];
+  spatialPickPeaks(power, est->peakAngles[slot]);
+  return best;
+}
+
+int spatialSpectrumScan(OrienAngleEstimator *est, const OrienComplex (*spectra)[ORIEN_SPECTRUM_BINS]) {
+  return spatialSpectrumScanReference(est, spectra);
+}

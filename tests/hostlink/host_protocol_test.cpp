@@ -1,0 +1,216 @@
+// The host protocol over a pseudo-terminal: commands from the host, and the
+// rules by which positions go out.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <pthread.h>
+#include <thread>
+
+#include "common/shared_word.h"
+#include "edge_config.h"
+#include "hostlink/host_command.h"
+#include "hostlink/host_protocol.h"
+#include "hostlink/uart.h"
+#include "lifecycle/process.h"
+#include "lifecycle/state_segment.h"
+#include "pty_line.h"
+#include "support/sandbox.h"
+
+using testing::HasSubstr;
+using testing::internal::CaptureStdout;
+using testing::internal::GetCapturedStdout;
+
+namespace {
+
+constexpr uint32_t kAfterFirstMinute = 100;
+
+Bytes positionFrame(uint8_t p) { return {0xFF, 0x00, p, 0x02, 0x01, static_cast<uint8_t>(p + 3)}; }
+Bytes command(uint8_t group, uint8_t a, uint8_t b) { return {0x81, 0x01, group, a, b, 0xFF}; }
+
+struct HostProtocolTest : testing::Test {
+  Sandbox sandbox;
+  PtyLine line;
+
+  void SetUp() override {
+    gHostCtrl = HostCtrl{};
+    lastPosi = 230;
+    runSeconds = kAfterFirstMinute;
+    ASSERT_EQ(uartOpen(QV_SERIAL_DEVICE, 115200, 0, 8, 1, 0), 0);
+    gHostCtrl.uartOpened = 1;
+  }
+  void TearDown() override {
+    if (uartFd >= 0) uartClose();
+  }
+};
+
+// The command loop on the real line, stopped and joined at the end.
+struct CommandReader {
+  int32_t run = 1;
+  std::thread thread{[this] { hostCommandLoop(uartRecv, hostExecuteCommand, run); }};
+  ~CommandReader() {
+    sharedStore(run, 0);
+    thread.join();
+  }
+};
+
+template <class T>
+bool becomes(const T &word, T value) {
+  return eventually([&] { return sharedLoad(word) == value; });
+}
+
+}  // namespace
+
+TEST_F(HostProtocolTest, PositionFrameCarriesPositionCodeAndChecksum) {
+  CaptureStdout();
+  onAngleResult(37);
+  EXPECT_EQ(line.receiveAll(), (Bytes{0xFF, 0x00, 0x25, 0x02, 0x01, 0x28}));
+  const std::string out = GetCapturedStdout();
+  EXPECT_THAT(out, HasSubstr("----------------------------> posi : 37\n"));
+  EXPECT_THAT(out, HasSubstr("send data is :\nff 00 25 02 01 28 \n"));
+  EXPECT_EQ(lastPosi, 37);
+  // The checksum wraps: 0xFE + 2 + 1.
+  onAngleResult(0xFE);
+  EXPECT_EQ(line.receiveAll(), (Bytes{0xFF, 0x00, 0xFE, 0x02, 0x01, 0x01}));
+}
+
+TEST_F(HostProtocolTest, OnlyChangesAreSentAfterTheFirstMinute) {
+  onAngleResult(230);  // equal to the initial last position
+  onAngleResult(90);
+  onAngleResult(90);
+  onAngleResult(91);
+  EXPECT_EQ(line.receiveAll(), positionFrame(90) + positionFrame(91));
+}
+
+TEST_F(HostProtocolTest, GetPositionIsAnsweredEvenWhenThePositionDidNotChange) {
+  CommandReader reader;
+  onAngleResult(230);
+  EXPECT_TRUE(line.receiveAll().empty());
+  line.send(command(0x0D, 0x00, 0x02));
+  ASSERT_TRUE(becomes(gHostCtrl.posiRequested, 1));
+  onAngleResult(230);
+  EXPECT_EQ(line.receiveAll(), positionFrame(230));
+  EXPECT_EQ(gHostCtrl.posiRequested, 0);
+  onAngleResult(230);  // the request is answered once
+  EXPECT_TRUE(line.receiveAll().empty());
+}
+
+TEST_F(HostProtocolTest, FirstMinuteRepeatsTheLastPositionOncePerSecond) {
+  runSeconds = 5;
+  onAngleResult(230);  // unchanged, but second 5 is due
+  onAngleResult(230);  // same second: nothing
+  EXPECT_EQ(line.receiveAll(), positionFrame(230));
+  EXPECT_EQ(gHostCtrl.lastResendSecond, 5u);
+
+  runSeconds = 6;
+  onAngleResult(40);  // a change, then the repeat of the new position
+  EXPECT_EQ(line.receiveAll(), positionFrame(40) + positionFrame(40));
+
+  runSeconds = 59;
+  onAngleResult(40);
+  EXPECT_EQ(line.receiveAll(), positionFrame(40));
+  runSeconds = 60;
+  onAngleResult(40);
+  EXPECT_TRUE(line.receiveAll().empty());
+}
+
+TEST_F(HostProtocolTest, NothingIsSentInTestModeOrDuringAnUpdate) {
+  runSeconds = 3;
+  for (int32_t HostCtrl::*flag : {&HostCtrl::testMode, &HostCtrl::isUpdating}) {
+    gHostCtrl.*flag = 1;
+    onAngleResult(12);
+    gHostCtrl.*flag = 0;
+    ++runSeconds;
+  }
+  EXPECT_TRUE(line.receiveAll().empty());
+  EXPECT_EQ(lastPosi, 230);
+  EXPECT_EQ(gHostCtrl.lastResendSecond, 4u);  // the repeat clock still moved
+}
+
+TEST_F(HostProtocolTest, ClosedLineIsOpenedByTheCallbackAndKeepsAPendingChange) {
+  uartClose();
+  gHostCtrl.uartOpened = 0;
+  unlink(QV_SERIAL_DEVICE);  // the open fails: the position stays unsent
+  onAngleResult(70);
+  EXPECT_EQ(lastPosi, 230);
+  EXPECT_EQ(gHostCtrl.uartOpened, 0);
+
+  ASSERT_EQ(symlink(line.slavePath().c_str(), QV_SERIAL_DEVICE), 0);
+  onAngleResult(70);
+  EXPECT_EQ(gHostCtrl.uartOpened, 1);
+  EXPECT_EQ(line.receiveAll(), positionFrame(70));
+}
+
+TEST_F(HostProtocolTest, EveryPositionIsMirroredIntoTheStateSegment) {
+  if (velquare_shm_create() != 0 || velquare_shm_get() == nullptr)
+    GTEST_SKIP() << "no shared state segment in this build";
+  gHostCtrl.testMode = 1;  // mirrored even when nothing is sent
+  onAngleResult(123);
+  EXPECT_EQ(velquare_shm_get()->position, 123);
+  gHostCtrl.testMode = 0;
+  CaptureStdout();
+  onAngleResult(300);  // only the low byte is stored and sent
+  EXPECT_THAT(GetCapturedStdout(), HasSubstr("posi : 300\n"));
+  EXPECT_EQ(velquare_shm_get()->position, 44);
+  EXPECT_EQ(line.receiveAll(), positionFrame(44));
+}
+
+TEST_F(HostProtocolTest, LineCommandsSwitchTestModeAndSetThresholds) {
+  CommandReader reader;
+  line.send(Bytes{0x00, 0x55} + command(0x0E, 0x12, 0x05));  // garbage first
+  ASSERT_TRUE(becomes(gHostCtrl.testMode, 1));
+  EXPECT_EQ(gHostCtrl.micDBmax, 18u);
+  EXPECT_EQ(gHostCtrl.micDBmin, 5u);
+  EXPECT_EQ(gHostCtrl.sendRetMode, 0);
+
+  // A stop with a bad end byte is ignored; the start after it replaces the thresholds.
+  line.send(Bytes{0x81, 0x01, 0x0E, 0x12, 0x01, 0xFE} + command(0x0E, 0x85, 0x1E));
+  ASSERT_TRUE(becomes(gHostCtrl.micDBmax, 30u));
+  EXPECT_EQ(gHostCtrl.micDBmin, 5u);
+  EXPECT_EQ(gHostCtrl.sendRetMode, 1);
+  EXPECT_EQ(gHostCtrl.testMode, 1);
+
+  line.send(command(0x0E, 0x00, 0x00));
+  ASSERT_TRUE(becomes(gHostCtrl.micDBmax, 95u));
+  EXPECT_EQ(gHostCtrl.micDBmin, 90u);
+
+  line.send(command(0x0E, 0x12, 0x01));
+  ASSERT_TRUE(becomes(gHostCtrl.testMode, 0));
+}
+
+TEST_F(HostProtocolTest, UpdateIsRefusedInTestMode) {
+  gHostCtrl.testMode = 1;
+  CaptureStdout();
+  hostExecuteCommand(HostCommand{HostCommandKind::Update, 0x7F, 0x00});
+  EXPECT_EQ(GetCapturedStdout(), "");
+  EXPECT_EQ(gHostCtrl.isUpdating, 0);
+}
+
+TEST_F(HostProtocolTest, RebootSyncsThenRunsTheRebootCommand) {
+  CaptureStdout();
+  hostExecuteCommand(HostCommand{HostCommandKind::Reboot, 0x00, 0x01});
+  EXPECT_EQ(GetCapturedStdout(), "-->velquare_uart_proc 1640: recv reboot cmd and reboot..\n");
+  EXPECT_EQ(sandbox.read("commands.log"), "sync\nreboot\n");
+}
+
+// The real command thread, in a child process of its own (it never ends):
+// garbage, then a reboot frame, reaches the sandbox's reboot command.
+TEST_F(HostProtocolTest, CommandThreadRebootsOnTheHostsCommand) {
+  fflush(stdout);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    pthread_t thread;
+    pthread_create(&thread, nullptr, velquare_uart_proc, nullptr);
+    sleep(20);
+    _exit(0);
+  }
+  line.send(Bytes{0x81, 0x01, 0x0D, 0x00, 0x01, 0xFE, 0x13} + command(0x0D, 0x00, 0x01));
+  const bool rebooted =
+      eventually([&] { return sandbox.read("commands.log") == "sync\nreboot\n"; }, 5000);
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+  EXPECT_TRUE(rebooted) << sandbox.read("commands.log");
+}

@@ -1,0 +1,43 @@
+// A pseudo-terminal standing in for the host line: the slave appears at the
+// sandbox's serial device path, the test plays the host on the master.
+#pragma once
+#include <cstdint>
+#include <string>
+#include <vector>
+
+using Bytes = std::vector<uint8_t>;
+
+inline Bytes operator+(Bytes a, const Bytes &b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
+class PtyLine {
+ public:
+  PtyLine();  // inside a Sandbox: links QV_SERIAL_DEVICE to the slave
+  ~PtyLine();
+  PtyLine(const PtyLine &) = delete;
+  PtyLine &operator=(const PtyLine &) = delete;
+
+  const std::string &slavePath() const { return slavePath_; }
+  void send(const Bytes &bytes) const;                  // host -> device
+  Bytes receive(size_t count, int timeoutMs = 2000) const;  // up to count bytes
+  Bytes receiveAll(int quietMs = 50) const;             // until the line is quiet
+
+ private:
+  int master_ = -1;
+  int slave_ = -1;
+  std::string slavePath_;
+};
+
+void ptyNap();  // 5 ms
+
+// Polls `done` until it holds or the time (about timeoutMs) is up.
+template <class Predicate>
+bool eventually(Predicate done, int timeoutMs = 2000) {
+  for (int i = 0; i < timeoutMs / 5; ++i) {
+    if (done()) return true;
+    ptyNap();
+  }
+  return done();
+}

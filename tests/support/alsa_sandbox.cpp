@@ -1,0 +1,67 @@
+#include "support/alsa_sandbox.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+
+namespace {
+
+constexpr int kFirstDevice = 1;  // hw:0,1 analog microphones
+constexpr int kLastDevice = 3;   // hw:0,3 digital microphones
+
+// pcm.hw takes the place of the kernel's hw plugin for every card and device.
+// alsa.conf is not loaded, so the null PCM the file plugin sits on is defined here.
+std::string configText(const std::string &dir) {
+  return "# Sandbox ALSA configuration written by the tests.\n"
+         "pcm.null { type null }\n"
+         "pcm.hw {\n"
+         "  @args [ CARD DEV SUBDEV ]\n"
+         "  @args.CARD { type string default \"0\" }\n"
+         "  @args.DEV { type integer default 0 }\n"
+         "  @args.SUBDEV { type integer default -1 }\n"
+         "  type file\n"
+         "  slave.pcm \"null\"\n"
+         "  file \"/dev/null\"\n"
+         "  infile { @func concat strings [ \"" + dir + "/capture\" $DEV ] }\n"
+         "  format \"raw\"\n"
+         "}\n";
+}
+
+}  // namespace
+
+AlsaSandbox::AlsaSandbox(const Sandbox &sandbox) : dir_(sandbox.file("alsa")), config_(dir_ + "/asound.conf") {
+  mkdir(dir_.c_str(), 0755);
+  std::ofstream(config_) << configText(dir_);
+  if (const char *old = getenv("ALSA_CONFIG_PATH")) {
+    previous_ = old;
+    hadPrevious_ = true;
+  }
+  setenv("ALSA_CONFIG_PATH", config_.c_str(), 1);
+  for (int device = kFirstDevice; device <= kLastDevice; device++) setCaptureData(device, "");
+}
+
+AlsaSandbox::~AlsaSandbox() {
+  if (hadPrevious_)
+    setenv("ALSA_CONFIG_PATH", previous_.c_str(), 1);
+  else
+    unsetenv("ALSA_CONFIG_PATH");
+}
+
+std::string AlsaSandbox::capturePath(int device) const { return dir_ + "/capture" + std::to_string(device); }
+
+void AlsaSandbox::setCaptureData(int device, const std::string &bytes) const {
+  removeDevice(device);
+  std::ofstream(capturePath(device), std::ios::binary) << bytes;
+}
+
+std::string AlsaSandbox::makeCaptureFifo(int device) const {
+  removeDevice(device);
+  std::string path = capturePath(device);
+  if (mkfifo(path.c_str(), 0600) != 0) ADD_FAILURE() << "cannot create the FIFO " << path;
+  return path;
+}
+
+void AlsaSandbox::removeDevice(int device) const { unlink(capturePath(device).c_str()); }
