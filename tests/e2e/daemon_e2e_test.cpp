@@ -74,9 +74,11 @@ TEST(SimulatedBoard, HostReceivesTheTalkersDirection) {
   ASSERT_NE(hit, got.end()) << "no direction near " << kTalkerIndex << " within " << budget
                             << " s\n" << board.log().substr(0, 3000);
   // No position frame ever claims a direction far from the only talker.
-  for (const DeviceFrame &d : board.frames())
-    if (d.kind == DeviceFrame::Position && d.position <= 180)
+  for (const DeviceFrame &d : board.frames()) {
+    if (d.kind == DeviceFrame::Position && d.position <= 180) {
       EXPECT_TRUE(near(d.position, kTalkerIndex)) << int(d.position);
+    }
+  }
   EXPECT_TRUE(board.daemonAlive());
 }
 
