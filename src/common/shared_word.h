@@ -10,10 +10,14 @@
 
 template <class T>
 inline T sharedLoad(const T &word) {
+  // On 32-bit ARM a 64-bit word is atomic only through ldrexd/strexd on an
+  // 8-byte aligned address; anything wider would fall back to a locked call.
+  static_assert(__atomic_always_lock_free(sizeof(T), 0), "shared word must be lock-free");
   return __atomic_load_n(&word, __ATOMIC_ACQUIRE);
 }
 
 template <class T, class V>
 inline void sharedStore(T &word, V value) {
+  static_assert(__atomic_always_lock_free(sizeof(T), 0), "shared word must be lock-free");
   __atomic_store_n(&word, static_cast<T>(value), __ATOMIC_RELEASE);
 }

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "plane_wave.h"
+#include "sim/plane_wave.h"
 
 // Parses the text into plane-wave segments (start times in 48 kHz samples).
 // Directions must lie in -90..90 and times must rise. Returns an empty string

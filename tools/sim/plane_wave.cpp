@@ -1,4 +1,4 @@
-#include "plane_wave.h"
+#include "sim/plane_wave.h"
 
 #include <cmath>
 #include <vector>
