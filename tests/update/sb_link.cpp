@@ -57,7 +57,7 @@ void SbLink::kill() {
   pid_ = -1;
 }
 
-std::string SbLink::hostReceived(int timeoutMs, size_t atLeast) {
+std::string SbLink::hostReceived(int timeoutMs, const std::string &until) {
   std::string got;
   waitFor(
       [&] {
@@ -70,7 +70,7 @@ std::string SbLink::hostReceived(int timeoutMs, size_t atLeast) {
           ssize_t n = read(slave_, buf, sizeof buf);
           if (n > 0) got.append(buf, static_cast<size_t>(n));
         }
-        return got.size() >= atLeast;
+        return got.find(until) != std::string::npos;
       },
       timeoutMs);
   return got;

@@ -19,8 +19,9 @@ class SbLink {
   int boardFd() const { return master_; }  // non-blocking, like the board's tty
   bool waitExit(int timeoutMs);            // true once sb has ended
   void kill();
-  // After sb has ended: what the board sent that sb did not read.
-  std::string hostReceived(int timeoutMs, size_t atLeast);
+  // After sb has ended: what the board sent that sb did not read, up to the
+  // first `until` (or all that came within timeoutMs).
+  std::string hostReceived(int timeoutMs, const std::string &until);
 
  private:
   int master_ = -1;
