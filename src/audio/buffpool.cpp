@@ -1,7 +1,65 @@
 #include "audio/buffpool.h"
 
-// Placeholder bodies, completed with the frame buffer pool.
-int buffpool_create(BuffPool *) { return -1; }
-int buffpool_delete(BuffPool *) { return -1; }
-int buffpool_rw(BuffPool *, int, void *, const int32_t *) { return -1; }
-int buffpool_rw_by_type(uint32_t, int, void *, const int32_t *) { return -1; }
+#include <cstdio>
+#include <cstdlib>
+
+#include "audio/audioprocess.h"
+
+int buffpool_create(BuffPool *pool) {
+  if (pool == nullptr) {
+    puts("buffpool create err");
+    return -1;
+  }
+  pool->data = static_cast<uint8_t *>(malloc(BUFFPOOL_SIZE));
+  if (pool->data == nullptr) {
+    puts("buffpool malloc err");
+    return -1;
+  }
+  pool->spare[0] = 0;
+  pool->spare[1] = 0;
+  sharedStore(pool->writeBuffPoolNum, 0);
+  sharedStore(pool->readBuffPoolNum, 0);
+  sharedStore(pool->created, 1);
+  return 0;
+}
+
+int buffpool_delete(BuffPool *pool) {
+  if (pool == nullptr) {
+    puts("buffpool delete err");
+    return -1;
+  }
+  sharedStore(pool->created, 0);
+  free(pool->data);
+  pool->data = nullptr;
+  return 0;
+}
+
+// The created flag is checked before the direction, for every direction.
+static bool poolReady(const BuffPool &pool) {
+  if (sharedLoad(pool.created) != 0) return true;
+  puts("err: audio buff not init");
+  return false;
+}
+
+int buffpool_rw(BuffPool *pool, int direction, void *buffer, const int32_t *len) {
+  if (pool == nullptr) {
+    puts("buffpool write|read err");
+    return -1;
+  }
+  if (!poolReady(*pool)) return -1;
+  if (direction == BUFFPOOL_WRITE) return buffpoolWriteBytes(*pool, buffer, *len);
+  if (direction == BUFFPOOL_READ) return buffpoolReadBytes(*pool, buffer, *len);
+  return 0;
+}
+
+int buffpool_rw_by_type(uint32_t type, int direction, void *buffer, const int32_t *len) {
+  AudioEndpoint *endpoint = velquare_audioprocess_endpoint(type);
+  if (endpoint == nullptr) {
+    if (direction == BUFFPOOL_WRITE || direction == BUFFPOOL_READ) puts("buffpool write|read err");
+    return -1;
+  }
+  BuffPool &pool = endpoint->pool;
+  if (direction == BUFFPOOL_READ) return poolReady(pool) ? buffpoolReadBytes(pool, buffer, *len) : -1;
+  if (direction == BUFFPOOL_WRITE) return poolReady(pool) ? buffpoolWriteBytes(pool, buffer, *len) : -1;
+  return -1;
+}

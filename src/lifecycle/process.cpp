@@ -1,6 +1,12 @@
 #include "lifecycle/process.h"
 
+#include <csignal>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
+
+#include "audio/audioprocess.h"
+#include "common/shared_word.h"
 
 int32_t recycleCapture = 0;
 int32_t startDelay = 0;
@@ -10,7 +16,41 @@ ReadiFunc readiFunc = snd_pcm_readi;
 int32_t mainRun = 0;
 int32_t angleProcRun = 0;
 
-// Placeholder bodies, completed with the process lifecycle.
-void program_exit(int status) { exit(status); }
-void abort_signal_handler(int) {}
-void recycle_signal_handler(int) { recycleCapture = 1; }
+// The order in which the exit routine and the abort handler visit the PCMs.
+static constexpr AudioEndpointIndex kPcmOrder[] = {EP_DIGITMIC, EP_ANALOGMIC, EP_LINEIN, EP_LINEOUT};
+
+// Argument of snd_pcm_nonblock that puts a PCM into abort mode: pending and
+// later reads and waits return at once.
+static constexpr int kPcmAbortMode = 2;
+
+void program_exit(int status) {
+  for (AudioEndpointIndex index : kPcmOrder) {
+    snd_pcm_t *pcm = sharedLoad(gEndpoints[index].pcm);
+    if (pcm != nullptr) {
+      snd_pcm_close(pcm);
+      sharedStore(gEndpoints[index].pcm, nullptr);
+    }
+  }
+  exit(status);
+}
+
+// Stopping takes two signals: the first puts every PCM into abort mode and
+// re-installs the default action, so the capture workers spin on failed
+// reads while the process lives on; the second SIGINT or SIGTERM ends it.
+// SIGABRT ends it at once with status 1, without closing the PCMs.
+void abort_signal_handler(int sig) {
+  if (sharedLoad(inAborting) != 0) return;
+  sharedStore(inAborting, 1);
+  fprintf(stderr, "Aborted by signal %s...\n", strsignal(sig));
+  for (AudioEndpointIndex index : kPcmOrder) {
+    snd_pcm_t *pcm = sharedLoad(gEndpoints[index].pcm);
+    if (pcm != nullptr) snd_pcm_nonblock(pcm, kPcmAbortMode);
+  }
+  if (sig == SIGABRT) {
+    for (AudioEndpointIndex index : kPcmOrder) sharedStore(gEndpoints[index].pcm, nullptr);
+    program_exit(1);
+  }
+  signal(sig, SIG_DFL);
+}
+
+void recycle_signal_handler(int) { sharedStore(recycleCapture, 1); }

@@ -2,6 +2,9 @@
 #pragma once
 #include <cstdint>
 
+// Project id of the segment's key: ftok(QV_SHM_KEY_PATH, 'B').
+constexpr int SHM_PROJECT_ID = 66;
+
 struct StateSegment {
   uint32_t heartbeat;  // +1 each second, main loop
   uint8_t position;    // last reported position, host link

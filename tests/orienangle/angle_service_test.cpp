@@ -3,15 +3,22 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstring>
 #include <vector>
 
 #include "audio/audioprocess.h"
 #include "audio/buffpool.h"
+#include "common/shared_word.h"
 #include "hostlink/host_protocol.h"
+#include "hostlink/uart.h"
+#include "lifecycle/process.h"
 #include "orienangle/angle_module.h"
 #include "orienangle/angle_service.h"
 #include "orienangle/level_meter.h"
+#include "support/sandbox.h"
 
 using testing::HasSubstr;
 using testing::internal::CaptureStdout;
@@ -234,6 +241,51 @@ TEST_F(ServiceTurn, MissingPoolIsReportedEachTurn) {
   CaptureStdout();
   angleServiceTurn(&svc_);
   EXPECT_EQ(GetCapturedStdout(), "err: audio buff not init\n");
+}
+
+// Waits (bounded) for a condition the service thread brings about.
+template <class Condition>
+bool eventually(Condition condition) {
+  for (int i = 0; i < 300 && !condition(); ++i) usleep(10000);
+  return condition();
+}
+
+TEST(ServiceThread, WithoutASerialLineTheModuleStaysDown) {
+  Sandbox box;  // no dev/ttyS1
+  memset(&gHostCtrl, 0, sizeof gHostCtrl);
+  CaptureStdout();
+  ASSERT_EQ(velquare_orienangle_proc_start(), 0);
+  EXPECT_EQ(sharedLoad(angleProcRun), 1);
+  usleep(100000);
+  velquare_orienangle_proc_stop();
+  usleep(50000);
+  std::string out = GetCapturedStdout();
+  EXPECT_THAT(out, HasSubstr("---------------> verison : 2.1\n"));
+  EXPECT_EQ(sharedLoad(gHostCtrl.uartOpened), 0);
+  EXPECT_EQ(sharedLoad(gVelquareSpeach.inited), 0u) << "no module without the host line";
+  EXPECT_FALSE(angleWorkerActive());
+}
+
+TEST(ServiceThread, OpensTheLineStartsTheModuleAndTearsBothDown) {
+  Sandbox box;
+  int master = posix_openpt(O_RDWR | O_NOCTTY);
+  ASSERT_GE(master, 0);
+  ASSERT_EQ(grantpt(master), 0);
+  ASSERT_EQ(unlockpt(master), 0);
+  ASSERT_EQ(symlink(ptsname(master), box.file("dev/ttyS1").c_str()), 0);
+  memset(&gHostCtrl, 0, sizeof gHostCtrl);
+
+  ASSERT_EQ(velquare_orienangle_proc_start(), 0);
+  EXPECT_TRUE(eventually([] { return angleWorkerActive(); }));
+  EXPECT_EQ(sharedLoad(gHostCtrl.uartOpened), 1);
+  EXPECT_EQ(gVelquareSpeach.micNum, 8);
+  EXPECT_EQ(gVelquareSpeach.frameSize, 960);
+  EXPECT_EQ(gVelquareSpeach.resultCallback, &onAngleResult);
+
+  velquare_orienangle_proc_stop();
+  EXPECT_TRUE(eventually([] { return !angleWorkerActive(); }));
+  EXPECT_TRUE(eventually([] { return sharedLoad(uartFd) == -1; })) << "the line is closed";
+  close(master);
 }
 
 }  // namespace

@@ -1,0 +1,157 @@
+// The real daemon as a supervisor and an operator see it: its start-up lines,
+// the heartbeat in the shared state segment, and how each signal ends it or not.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstring>
+#include <memory>
+#include <regex>
+#include <sstream>
+#include <thread>
+
+#include "support/daemon_process.h"
+#include "support/sandbox.h"
+
+namespace {
+
+const std::string kInitOk = "velquare_audioprocess_init ok!";
+constexpr std::chrono::milliseconds kHeartbeatWait{15000};
+
+std::string abortLine(int sig) { return std::string("Aborted by signal ") + strsignal(sig) + "...\n"; }
+
+class DaemonTest : public testing::Test {
+ protected:
+  std::unique_ptr<DaemonProcess> start(std::vector<std::string> env = {}) {
+    DaemonOptions options;
+    options.workDir = sandbox_.path();
+    options.env = std::move(env);
+    auto daemon = std::make_unique<DaemonProcess>(options);
+    EXPECT_TRUE(daemon->started());
+    return daemon;
+  }
+
+  // Starts the daemon and waits until it runs its heartbeat loop (handlers installed).
+  std::unique_ptr<DaemonProcess> startRunning() {
+    auto daemon = start();
+    EXPECT_TRUE(daemon->waitForOutput(kInitOk)) << daemon->describeEnd() << "\n" << daemon->out() << daemon->err();
+    return daemon;
+  }
+
+  uint32_t heartbeat() { return readStateSegment(sandbox_.file("root")).heartbeat; }
+
+  // Waits until the heartbeat word has moved past `value`.
+  bool heartbeatPasses(uint32_t value) {
+    auto deadline = std::chrono::steady_clock::now() + kHeartbeatWait;
+    while (std::chrono::steady_clock::now() < deadline) {
+      if (heartbeat() > value) return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return false;
+  }
+
+  // The daemon's main loop still turns: two more heartbeats from now.
+  void expectAlive(DaemonProcess &daemon) {
+    uint32_t now = heartbeat();
+    EXPECT_TRUE(heartbeatPasses(now + 1)) << "heartbeat stuck at " << now;
+    EXPECT_TRUE(daemon.running()) << daemon.describeEnd();
+  }
+
+  Sandbox sandbox_;
+};
+
+std::vector<std::string> lines(const std::string &text) {
+  std::vector<std::string> result;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) result.push_back(line);
+  return result;
+}
+
+TEST_F(DaemonTest, StartsUpInItsFixedOrderWithoutAWatchdogDevice) {
+  auto daemon = startRunning();
+  std::vector<std::string> out = lines(daemon->out());
+  ASSERT_GE(out.size(), 4u) << daemon->out();
+  EXPECT_TRUE(std::regex_match(out[0], std::regex("-->main [0-9]+: don't create wdg proc"))) << out[0];
+  EXPECT_EQ(out[1], "VELQUARE_ORIENANGLE");
+  // Six numbers fixed at build time, none with a leading zero.
+  EXPECT_TRUE(std::regex_match(
+      out[2], std::regex("---compile time : [1-9][0-9]{3}-([1-9]|1[0-2])-([1-9]|[12][0-9]|3[01]) "
+                         "([0-9]|1[0-9]|2[0-3]):([0-9]|[1-5][0-9]):([0-9]|[1-5][0-9])")))
+      << out[2];
+  EXPECT_TRUE(std::regex_match(out.back(), std::regex("-->main [0-9]+: velquare_audioprocess_init ok!")))
+      << daemon->out();
+  EXPECT_EQ(daemon->err(), "");
+}
+
+TEST_F(DaemonTest, StartsTheWatchdogWhenTheDeviceOpens) {
+  sandbox_.write("dev/gpiocustom", "");
+  auto daemon = start();
+  ASSERT_TRUE(daemon->waitForOutput("velquare_hal_proc start! \n")) << daemon->out();
+  std::string out = daemon->out();
+  EXPECT_TRUE(std::regex_search(out, std::regex("^-->main [0-9]+: create wdg proc\n"))) << out;
+  EXPECT_EQ(out.find("don't create wdg proc"), std::string::npos);
+}
+
+TEST_F(DaemonTest, HeartbeatCountsAndContinuesAfterARestart) {
+  uint32_t before;
+  {
+    auto daemon = startRunning();
+    ASSERT_TRUE(heartbeatPasses(1));
+    ASSERT_TRUE(daemon->signal(SIGKILL));
+    ASSERT_TRUE(daemon->waitForExit());
+    before = heartbeat();
+  }
+  // The segment outlived the process and still holds its count.
+  EXPECT_EQ(heartbeat(), before);
+  auto daemon = startRunning();
+  EXPECT_GE(heartbeat(), before);
+  EXPECT_TRUE(heartbeatPasses(before + 1));
+}
+
+// The first SIGINT or SIGTERM only puts the audio into abort mode: one line,
+// and the process goes on. The other of the two is then swallowed; the same
+// signal again ends the process by its default action.
+class TwoStepStop : public DaemonTest, public testing::WithParamInterface<int> {};
+
+TEST_P(TwoStepStop, FirstSignalReportsOnceSecondEndsTheProcess) {
+  const int first = GetParam();
+  const int other = first == SIGINT ? SIGTERM : SIGINT;
+  auto daemon = startRunning();
+
+  ASSERT_TRUE(daemon->signal(first));
+  ASSERT_TRUE(daemon->waitForError(abortLine(first))) << daemon->err();
+  expectAlive(*daemon);
+
+  ASSERT_TRUE(daemon->signal(other));
+  expectAlive(*daemon);
+  EXPECT_EQ(daemon->err(), abortLine(first));
+
+  ASSERT_TRUE(daemon->signal(first));
+  ASSERT_TRUE(daemon->waitForExit());
+  EXPECT_EQ(daemon->termSignal(), first) << daemon->describeEnd();
+}
+
+INSTANTIATE_TEST_SUITE_P(Signals, TwoStepStop, testing::Values(SIGINT, SIGTERM),
+                         [](const testing::TestParamInfo<int> &info) {
+                           return std::string(info.param == SIGINT ? "Interrupt" : "Terminate");
+                         });
+
+TEST_F(DaemonTest, AbortSignalExitsWithStatusOne) {
+  auto daemon = startRunning();
+  ASSERT_TRUE(daemon->signal(SIGABRT));
+  ASSERT_TRUE(daemon->waitForExit());
+  EXPECT_EQ(daemon->exitCode(), 1) << daemon->describeEnd();
+  EXPECT_EQ(daemon->err(), abortLine(SIGABRT));
+}
+
+TEST_F(DaemonTest, RecycleAndBrokenPipeSignalsDoNotEndIt) {
+  auto daemon = startRunning();
+  ASSERT_TRUE(daemon->signal(SIGUSR1));
+  ASSERT_TRUE(daemon->signal(SIGPIPE));
+  expectAlive(*daemon);
+  EXPECT_EQ(daemon->err(), "");
+  // And it still stops in two steps afterwards.
+  ASSERT_TRUE(daemon->signal(SIGINT));
+  ASSERT_TRUE(daemon->waitForError(abortLine(SIGINT)));
+}
+
+}  // namespace
