@@ -36,9 +36,9 @@ class UpdateInstallTest : public ::testing::Test {
     setenv("QV_SANDBOX_UPDATE_WAIT_SECONDS", "0", 1);  // the host is ready at once
     mkdir("host", 0755);
     box.write("root/quenvarile", "old daemon");
-    velquare_shm_create();
+    ASSERT_EQ(velquare_shm_create(), 0);
     gHostCtrl.isUpdating = 0;
-    if (velquare_shm_get()) velquare_shm_get()->updating = 0;
+    velquare_shm_get()->updating = 0;
   }
   void TearDown() override {
     EXPECT_TRUE(waitFor([] { return velquare_ymodem_threads_running() == 0; }, 5000));
@@ -49,18 +49,14 @@ class UpdateInstallTest : public ::testing::Test {
     uartFd = sb.boardFd();
     ASSERT_EQ(velquare_ymodem_update_start(), 0);
     EXPECT_EQ(sharedLoad(gHostCtrl.isUpdating), 1);
-    if (velquare_shm_get()) {
-      EXPECT_EQ(velquare_shm_get()->updating, 1);
-    }
+    EXPECT_EQ(sharedLoad(velquare_shm_get()->updating), 1);
   }
   void expectFailureReported(SbLink &sb) {
     EXPECT_THAT(sb.hostReceived(12000, "ymodem updata"), EndsWith("ymodem updata err"));
     // The flags are cleared just before the receiver's threads end.
     EXPECT_TRUE(waitFor([] { return velquare_ymodem_threads_running() == 0; }, 3000));
     EXPECT_EQ(sharedLoad(gHostCtrl.isUpdating), 0);
-    if (velquare_shm_get()) {
-      EXPECT_EQ(velquare_shm_get()->updating, 0);
-    }
+    EXPECT_EQ(sharedLoad(velquare_shm_get()->updating), 0);
     EXPECT_EQ(box.read("root/quenvarile"), "old daemon");
     EXPECT_EQ(box.read("commands.log"), "");
   }
