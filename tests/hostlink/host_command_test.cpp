@@ -77,13 +77,9 @@ TEST(HostDecode, RecognisesEveryCommand) {
   EXPECT_EQ(start.kind, K::StartTest);
   EXPECT_EQ(start.a, 0x85);
   EXPECT_EQ(start.b, 0x1E);
-}
-
-TEST(HostDecode, NearMissesOfUpdateAndStopStartTestMode) {
+  // Near misses of update and stop start test mode.
   EXPECT_EQ(kindOf({0x81, 0x01, 0x0E, 0x7F, 0x01, 0xFF}), K::StartTest);
   EXPECT_EQ(kindOf({0x81, 0x01, 0x0E, 0x12, 0x05, 0xFF}), K::StartTest);
-  EXPECT_EQ(kindOf({0x81, 0x01, 0x0E, 0x12, 0x00, 0xFF}), K::StartTest);
-  EXPECT_EQ(kindOf({0x81, 0x01, 0x0E, 0x00, 0x00, 0xFF}), K::StartTest);
 }
 
 TEST(HostDecode, MalformedOrUnknownFramesAreIgnored) {
@@ -138,18 +134,9 @@ TEST(HostReader, WaitsThroughEmptyReceivesForTheRestOfAFrame) {
 TEST(HostReader, ReadsBackToBackFramesAndDropsBadOnes) {
   EXPECT_THAT(readAll({{0x81, 0x01, 0x0E, 0x7F, 0x00, 0xFE,    // bad end byte
                         0x81, 0x01, 0x0D, 0x00, 0x01, 0xFF,    // reboot
-                        0x81, 0x01, 0x0E, 0x12, 0x01, 0xFF}}),  // stop test
+                        0x81, 0x01, 0x0E, 0x12, 0x01, 0xFF,    // stop test
+                        0x81, 0x01, 0x0D}}),                   // partial: never completes
               ElementsAre(K::Ignored, K::Reboot, K::StopTest));
-}
-
-TEST(HostReader, AStartByteInsideAFrameDoesNotRestartIt) {
-  // The five bytes after a start byte are the frame, whatever they are; the
-  // real frame's start byte is swallowed, and its tail is read as garbage.
-  EXPECT_THAT(readAll({{0x81, 0x01, 0x81, 0x01, 0x0D, 0x00, 0x02, 0xFF}}), ElementsAre(K::Ignored));
-}
-
-TEST(HostReader, APartialFrameAtTheEndExecutesNothing) {
-  EXPECT_THAT(readAll({{0x81, 0x01, 0x0D}}), testing::IsEmpty());
 }
 
 TEST(HostReader, StaysOffTheLineWhileAnUpdateOwnsIt) {

@@ -12,6 +12,10 @@
 #include "common/shared_word.h"
 #include "orienangle/angle_module.h"
 #include "orienangle/orienangle.h"
+#include "sim/noise.h"
+#include "sim/plane_wave.h"
+#include "sim/voiced_speech.h"
+#include "sim/wav_file.h"
 #include "support/sandbox.h"
 
 using testing::HasSubstr;
@@ -44,6 +48,10 @@ std::vector<uint8_t> pattern(size_t bytes, uint8_t seed) {
   std::vector<uint8_t> v(bytes);
   for (size_t i = 0; i < bytes; ++i) v[i] = static_cast<uint8_t>(seed + i * 7);
   return v;
+}
+
+uint64_t angleRingFreeForTest() {
+  return kRing - (gVelquareSpeach.setAudioBuffNum - sharedLoad(gVelquareSpeach.getAudioBuffNum));
 }
 
 class AngleModule : public testing::Test {
@@ -305,6 +313,54 @@ TEST_F(AngleModule, MarkerFileSwitchesTheInputRecordings) {
   ASSERT_EQ(fresh.size(), 44u + kFrame);
   EXPECT_EQ(fresh.substr(44), std::string(frameB.begin(), frameB.end()));
   velquare_orienAngle_uninit();
+}
+
+uint32_t firstNear = 0;  // frames until the first position within 2 degrees of the talker
+uint32_t farPositions = 0;
+uint32_t talkerIndex = 0;
+
+uint32_t directionCallback(uint32_t position) {
+  uint32_t n = sharedLoad(callbackCount) + 1;
+  if (position <= 180) {
+    bool near = position + 2 >= talkerIndex && position <= talkerIndex + 2;
+    if (near && sharedLoad(firstNear) == 0) sharedStore(firstNear, n);
+    if (!near) sharedStore(farPositions, sharedLoad(farPositions) + 1);
+  }
+  sharedStore(callbackCount, n);
+  return 0;
+}
+
+// The whole chain below the service thread: interleaved frames of a
+// simulated talker in, the talker's direction out through the callback.
+TEST_F(AngleModule, SimulatedTalkerDirectionReachesTheCallback) {
+  constexpr int kTheta = -40;
+  constexpr int kLeadFrames = 50;  // 1 s of background noise first
+  constexpr int kFrames = kLeadFrames + 150;
+  talkerIndex = planeWaveAngleIndex(kTheta);
+  std::vector<float> speech = makeVoicedSpeech(3.0, 48000, 3);
+  std::vector<float> source(kFrames * 960, 0.0f);
+  std::copy(speech.begin(), speech.begin() + 150 * 960, source.begin() + kLeadFrames * 960);
+  size_t n = source.size();
+  std::vector<float> planes(8 * n);
+  planeWaveRender(source.data(), n, kTheta, planes.data());
+  for (int m = 0; m < 8; ++m) {
+    std::vector<float> noise = makeNoise(NoiseColour::White, n, 20 + m);
+    for (size_t i = 0; i < n; ++i) planes[m * n + i] = 0.1f * planes[m * n + i] + 3e-4f * noise[i];
+  }
+
+  ASSERT_EQ(velquare_orienAngle_init(8, 960, 48000, 16, directionCallback), 0);
+  std::vector<int16_t> frame(960 * 8);
+  for (int f = 0; f < kFrames; ++f) {
+    for (int i = 0; i < 960; ++i)
+      for (int m = 0; m < 8; ++m)
+        frame[8 * i + m] = floatToS16(planes[m * n + f * 960 + i]);
+    while (angleRingFreeForTest() < static_cast<uint64_t>(kFrame)) usleep(1000);
+    velquare_orienAngle_writeAudioData(reinterpret_cast<uint8_t *>(frame.data()), kFrame);
+  }
+  ASSERT_TRUE(waitForCallbacks(kFrames));
+  EXPECT_GT(sharedLoad(firstNear), 0u) << "the talker's direction was never reported";
+  EXPECT_LT(sharedLoad(firstNear), kLeadFrames + 100u) << "about 1.1 s of speech is enough";
+  EXPECT_EQ(sharedLoad(farPositions), 0u);
 }
 
 }  // namespace

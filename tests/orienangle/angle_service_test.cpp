@@ -3,15 +3,22 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstring>
 #include <vector>
 
 #include "audio/audioprocess.h"
 #include "audio/buffpool.h"
+#include "common/shared_word.h"
 #include "hostlink/host_protocol.h"
+#include "hostlink/uart.h"
+#include "lifecycle/process.h"
 #include "orienangle/angle_module.h"
 #include "orienangle/angle_service.h"
 #include "orienangle/level_meter.h"
+#include "support/sandbox.h"
 
 using testing::HasSubstr;
 using testing::internal::CaptureStdout;
@@ -234,6 +241,60 @@ TEST_F(ServiceTurn, MissingPoolIsReportedEachTurn) {
   CaptureStdout();
   angleServiceTurn(&svc_);
   EXPECT_EQ(GetCapturedStdout(), "err: audio buff not init\n");
+}
+
+// Waits (bounded) for a condition the service thread brings about.
+template <class Condition>
+bool eventually(Condition condition) {
+  for (int i = 0; i < 300 && !condition(); ++i) usleep(10000);
+  return condition();
+}
+
+TEST(ServiceThread, WithoutASerialLineTheModuleStaysDownButThePoolsAreDrained) {
+  Sandbox box;  // no dev/ttyS1
+  memset(&gHostCtrl, 0, sizeof gHostCtrl);
+  BuffPool *mic = &velquare_audioprocess_endpoint(AUDIOPROCESS_DIGITMIC)->pool;
+  ASSERT_EQ(buffpool_create(mic), 0);
+  std::vector<uint8_t> frame(ANGLE_SERVICE_MIC_FRAME_BYTES);
+  int32_t len = ANGLE_SERVICE_MIC_FRAME_BYTES;
+  ASSERT_EQ(buffpool_rw(mic, BUFFPOOL_WRITE, frame.data(), &len), 0);
+
+  CaptureStdout();
+  ASSERT_EQ(velquare_orienangle_proc_start(), 0);
+  EXPECT_EQ(sharedLoad(angleProcRun), 1);
+  bool drained = eventually([mic] { return sharedLoad(mic->readBuffPoolNum) > 0; });
+  velquare_orienangle_proc_stop();
+  usleep(20000);
+  std::string out = GetCapturedStdout();
+  ASSERT_TRUE(drained) << "the loop runs without the host line";
+  EXPECT_THAT(out, HasSubstr("---------------> verison : 2.1\n"));
+  EXPECT_THAT(out, HasSubstr("err: audio buff not init Or Audio buff is NULL\n"))
+      << "the frame went to the module, which is not up";
+  EXPECT_EQ(sharedLoad(gHostCtrl.uartOpened), 0);
+  EXPECT_EQ(sharedLoad(gVelquareSpeach.inited), 0u);
+  EXPECT_FALSE(angleWorkerActive());
+}
+
+TEST(ServiceThread, OpensTheLineStartsTheModuleAndTearsBothDown) {
+  Sandbox box;
+  int master = posix_openpt(O_RDWR | O_NOCTTY);
+  ASSERT_GE(master, 0);
+  ASSERT_EQ(grantpt(master), 0);
+  ASSERT_EQ(unlockpt(master), 0);
+  ASSERT_EQ(symlink(ptsname(master), box.file("dev/ttyS1").c_str()), 0);
+  memset(&gHostCtrl, 0, sizeof gHostCtrl);
+
+  ASSERT_EQ(velquare_orienangle_proc_start(), 0);
+  EXPECT_TRUE(eventually([] { return angleWorkerActive(); }));
+  EXPECT_EQ(sharedLoad(gHostCtrl.uartOpened), 1);
+  EXPECT_EQ(gVelquareSpeach.micNum, 8);
+  EXPECT_EQ(gVelquareSpeach.frameSize, 960);
+  EXPECT_EQ(gVelquareSpeach.resultCallback, &onAngleResult);
+
+  velquare_orienangle_proc_stop();
+  EXPECT_TRUE(eventually([] { return !angleWorkerActive(); }));
+  EXPECT_TRUE(eventually([] { return sharedLoad(uartFd) == -1; })) << "the line is closed";
+  close(master);
 }
 
 }  // namespace

@@ -8,9 +8,7 @@
 #include <vector>
 
 #include "audio/wav_header.h"
-#if 0  // TEMP
 #include "sim/direction_schedule.h"
-#endif  // TEMP
 #include "sim/noise.h"
 #include "sim/resample.h"
 #include "sim/voiced_speech.h"
@@ -157,7 +155,6 @@ TEST(SimNoise, PinkNoiseDensityFallsThreeDecibelsPerOctave) {
   EXPECT_NEAR(9.0, 10 * std::log10(density(300) / density(2400)), 2.0);
 }
 
-#if 0  // TEMP
 TEST(SimSchedule, FixedDirectionsAndSchedulesParseAndBadOnesAreRefused) {
   std::vector<PlaneWaveSegment> s;
   ASSERT_EQ("", parseDirectionSchedule("-35.5", &s));
@@ -172,4 +169,3 @@ TEST(SimSchedule, FixedDirectionsAndSchedulesParseAndBadOnesAreRefused) {
   for (const char *bad : {"", "abc", "91", "-90.5", "0:30,0:40", "5:10,2:20", "0:30,", "0:30;5:20", "1:x", "-1:20"})
     EXPECT_NE("", parseDirectionSchedule(bad, &s)) << bad;
 }
-#endif  // TEMP

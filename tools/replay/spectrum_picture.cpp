@@ -11,7 +11,7 @@ namespace {
 constexpr size_t kMaxColumns = 4000;   // long recordings pool frames into columns
 constexpr int kPixelsPerDegree = 2;
 constexpr int kPlotHeight = REPLAY_ANGLES * kPixelsPerDegree;
-constexpr int kLeft = 40, kRight = 10, kTop = 12, kStrip = 8, kBottom = 40;
+constexpr int kLeft = 40, kRight = 34, kTop = 12, kStrip = 8, kBottom = 26;
 constexpr int kGlyphScale = 2;
 constexpr float kContrast = 3.0f;      // columns are shown as (value / max) ^ kContrast
 
@@ -19,7 +19,7 @@ constexpr int kAngleOffset = 90;       // grid index a is a - 90 degrees
 constexpr int kAngleNone = 230, kAngleFarEnd = 231;
 
 const Rgb kNoScan{28, 28, 36};
-const Rgb kTrace{255, 255, 255};
+const Rgb kTrace{0, 230, 255};  // cyan: stands out from the heat colours
 const Rgb kGrid{90, 90, 110};
 const Rgb kText{20, 20, 20};
 const Rgb kBackground{250, 250, 250};
@@ -104,6 +104,6 @@ std::string spectrumPictureWrite(const SpectrumPicture &pic, const std::string &
     snprintf(label, sizeof label, step < 1.0 ? "%.1f" : "%.0f", t);
     img.text(x - img.textWidth(label, kGlyphScale) / 2, axisY + 8, label, kGlyphScale, kText);
   }
-  img.text(kLeft + plotWidth - img.textWidth("s", kGlyphScale), axisY + 22, "s", kGlyphScale, kText);
+  img.text(kLeft + plotWidth + 16, axisY + 8, "s", kGlyphScale, kText);  // unit of the time labels
   return img.writePng(path);
 }

@@ -1,17 +1,15 @@
 #include "replay/spectrum_tap.h"
 
-#include "orienangle/estimator_state.h"
+#include "orienangle/angle_pipeline.h"
+#include "orienangle/estimator.h"
 
-namespace {
-constexpr int kSlots = 100;
-constexpr unsigned kAngleNone = 230;
-}  // namespace
+static_assert(REPLAY_ANGLES == ORIEN_ANGLE_NUM, "one spectrum value per grid direction");
 
 const float *replayFrameSpectrum(const OrienAngleEstimator *est) {
   // The pipeline has already advanced the cursor past the frame.
-  const unsigned slot = (est->frameCursor + kSlots - 1) % kSlots;
-  // A frame that was scanned always has a best candidate; one without a scan
-  // keeps the empty marker and a stale spectrum row.
-  if (est->peakAngles[slot][0] == kAngleNone) return nullptr;
+  const uint32_t slot = (est->frameCursor + ORIEN_SLOTS - 1) % ORIEN_SLOTS;
+  // A scanned frame always has a best candidate; a frame without a scan keeps
+  // the empty marker and a stale spectrum row.
+  if (est->peakAngles[slot][0] == static_cast<uint32_t>(ANGLE_NONE)) return nullptr;
   return est->angleSpectrum[slot];
 }

@@ -53,7 +53,20 @@ struct Syllable {
   size_t start, length;  // in samples
   int vowel;
   double pitchHz;
+  double pitchSwing;     // rise-fall (+) or fall-rise (-) of the pitch over the syllable
+  bool fricative;        // starts with a hissing consonant
 };
+
+constexpr double kAttack = 0.15, kRelease = 0.35;  // parts of a syllable for its rise and fall
+constexpr double kFricativeSeconds = 0.05;
+constexpr double kFricativeLevel = 0.25;            // relative to the vowel's excitation
+
+// Syllabic envelope: raised-cosine attack and release around a flat nucleus.
+double syllableEnvelope(double progress) {
+  if (progress < kAttack) return 0.5 - 0.5 * std::cos(kPi * progress / kAttack);
+  if (progress > 1.0 - kRelease) return 0.5 - 0.5 * std::cos(kPi * (1.0 - progress) / kRelease);
+  return 1.0;
+}
 
 std::vector<Syllable> planSyllables(size_t total, int rate, std::mt19937 &rng) {
   std::uniform_real_distribution<double> uni(0.0, 1.0);
@@ -65,7 +78,8 @@ std::vector<Syllable> planSyllables(size_t total, int rate, std::mt19937 &rng) {
     for (int s = 0; s < syllables && at < total; ++s) {
       const size_t length = static_cast<size_t>((0.12 + 0.14 * uni(rng)) * rate);
       const double pitch = basePitch * (1.0 + 0.15 * (uni(rng) - 0.5)) * (1.0 - 0.04 * s);
-      plan.push_back({at, length, static_cast<int>(uni(rng) * 6.0) % 6, pitch});
+      const double swing = (uni(rng) < 0.5 ? 1.0 : -1.0) * (0.05 + 0.12 * uni(rng));
+      plan.push_back({at, length, static_cast<int>(uni(rng) * 6.0) % 6, pitch, swing, uni(rng) < 0.6});
       at += length;
     }
     at += static_cast<size_t>((0.08 + 0.22 * uni(rng)) * rate);
@@ -83,7 +97,7 @@ std::vector<float> makeVoicedSpeech(double seconds, int sampleRate, uint32_t see
   const std::vector<Syllable> plan = planSyllables(total, sampleRate, rng);
 
   Resonator formant[kFormants];
-  double phase = 0.0;
+  double phase = 0.0, lastWhite = 0.0;
   double previousFormant[kFormants];
   for (int f = 0; f < kFormants; ++f) previousFormant[f] = kVowels[0].formantHz[f];
   double peak = 0.0;
@@ -97,14 +111,19 @@ std::vector<float> makeVoicedSpeech(double seconds, int sampleRate, uint32_t see
         for (int f = 0; f < kFormants; ++f)
           formant[f].tune(previousFormant[f] + glide * (target.formantHz[f] - previousFormant[f]),
                           kFormantBandwidthHz[f], sampleRate);
-      const double pitch = syl.pitchHz * (1.0 - 0.1 * progress) * (1.0 + 0.005 * gauss(rng));
+      const double pitch = syl.pitchHz * (1.0 - 0.1 * progress) * (1.0 + syl.pitchSwing * std::sin(kPi * progress)) *
+                           (1.0 + 0.005 * gauss(rng));
       phase += pitch / sampleRate;
       phase -= std::floor(phase);
-      // Syllabic envelope: raised cosine rise and fall.
-      const double envelope = 0.5 - 0.5 * std::cos(2.0 * kPi * progress);
       double x = glottalFlowDerivative(phase) + 0.02 * gauss(rng);
       for (int f = 0; f < kFormants; ++f) x = formant[f].step(x);
-      const double y = envelope * x;
+      double y = syllableEnvelope(progress) * x;
+      // A hiss (differenced noise: mostly high frequencies) fading out over the consonant.
+      const double hissTime = static_cast<double>(n) / sampleRate;
+      const double white = gauss(rng);
+      if (syl.fricative && hissTime < kFricativeSeconds)
+        y += kFricativeLevel * (1.0 - hissTime / kFricativeSeconds) * (white - lastWhite);
+      lastWhite = white;
       out[syl.start + n] = static_cast<float>(y);
       peak = std::max(peak, std::fabs(y));
     }

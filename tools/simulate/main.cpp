@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "plane_wave.h"
+#include "sim/plane_wave.h"
 #include "sim/direction_schedule.h"
 #include "sim/noise.h"
 #include "sim/resample.h"

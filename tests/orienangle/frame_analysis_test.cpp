@@ -1,0 +1,125 @@
+#include "orienangle/frame_analysis.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <memory>
+#include <vector>
+
+#include "test_signals.h"
+
+namespace {
+
+constexpr double kPi = 3.14159265358979323846;
+
+// The front end needs no steering table: a zeroed record with a fresh tracker.
+struct FrontEnd {
+  std::unique_ptr<OrienAngleEstimator> est{new OrienAngleEstimator()};
+  std::vector<OrienComplex> spectra = std::vector<OrienComplex>(ORIEN_MIC_NUM * ORIEN_SPECTRUM_BINS);
+  FrontEnd() { noiseTrackerInit(&est->micNoise); }
+  void run(const float *frame) {
+    orienAngleFrameAnalyse(est.get(), frame, nullptr,
+                           reinterpret_cast<OrienComplex(*)[ORIEN_SPECTRUM_BINS]>(spectra.data()));
+  }
+};
+
+TEST(FrameAnalysis, SpeechDecisionNeedsALowBandExcessNotMatchedHigh) {
+  EXPECT_EQ(frameSpeechDecision(7.0f, 3.0f), 1);
+  EXPECT_EQ(frameSpeechDecision(15.0f, 12.0f), 0);   // 12 > 10 and 12 > 15 - 5
+  EXPECT_EQ(frameSpeechDecision(20.0f, 12.0f), 1);   // 12 is not above 15
+  EXPECT_EQ(frameSpeechDecision(6.0f, 0.0f), 0);     // strictly above 6 dB needed
+  EXPECT_EQ(frameSpeechDecision(6.001f, 0.0f), 1);
+  EXPECT_EQ(frameSpeechDecision(14.0f, 10.0f), 1);   // the high veto needs more than 10 dB
+  EXPECT_EQ(frameSpeechDecision(15.0f, 10.001f), 0);
+  EXPECT_EQ(frameSpeechDecision(15.002f, 10.001f), 1);
+}
+
+TEST(FrameAnalysis, SilenceKeepsEnergiesZeroNoiseAtFloorAndNoSpeech) {
+  FrontEnd fe;
+  std::vector<float> frame(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE, 0.0f);
+  for (int i = 0; i < 12; ++i) {
+    fe.est->speechFlag[fe.est->frameCursor] = 1;
+    fe.run(frame.data());
+    ASSERT_EQ(fe.est->speechFlag[fe.est->frameCursor], 0u);
+  }
+  for (int b = 0; b < ORIEN_BANDS; ++b) {
+    EXPECT_EQ(fe.est->bandEnergy[b], 0.0f);
+    EXPECT_EQ(fe.est->micNoise.chanNoise[b], 0.01f);
+  }
+  EXPECT_EQ(fe.est->micNoise.voiceMetric, 32);
+  EXPECT_EQ(fe.est->micNoise.forcedUpdate, 1);
+}
+
+// A continuous tone centred on bin 100 in every microphone: each spectrum holds
+// A/2 * 3840/4096 there, and the bin power sums the eight.
+TEST(FrameAnalysis, BinPowerSumsTheMicrophonesAndSmoothsInDouble) {
+  FrontEnd fe;
+  const float amplitude = 1000.0f;
+  const double hz = 100 * 48000.0 / 4096.0;
+  std::vector<float> frame(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE);
+  for (int f = 0; f < 4; ++f) {
+    for (int m = 0; m < ORIEN_MIC_NUM; ++m)
+      for (int i = 0; i < ORIEN_FRAME_SIZE; ++i)
+        frame[m * ORIEN_FRAME_SIZE + i] = static_cast<float>(
+            (m + 1) * 0.25 * amplitude * std::cos(2.0 * kPi * hz * (f * ORIEN_FRAME_SIZE + i) / 48000.0));
+    const float smoothBefore = fe.est->binPowerSmooth[100];
+    fe.run(frame.data());
+    EXPECT_EQ(fe.est->binPowerSmooth[100],
+              static_cast<float>(0.2 * fe.est->binPower[100] + 0.8 * smoothBefore));
+  }
+  // Microphone m carries (m + 1) A / 4; its bin holds half that times 3840/4096
+  // (plus a little leakage of the negative-frequency image through the zero pad).
+  double expected = 0.0;
+  for (int m = 0; m < ORIEN_MIC_NUM; ++m) {
+    double mag = (m + 1) * 0.25 * amplitude * 0.5 * 0.9375;
+    expected += mag * mag;
+  }
+  EXPECT_NEAR(fe.est->binPower[100], expected, expected * 1e-3);
+  for (int k = ORIEN_BINS; k < ORIEN_SPECTRUM_BINS; ++k) {
+    ASSERT_EQ(fe.est->binPower[k], 0.0f);
+    ASSERT_EQ(fe.est->binPowerSmooth[k], 0.0f);
+  }
+  // Band energies are microphone 0's alone: bin 100 opens band 5.
+  const double mag0 = 0.25 * amplitude * 0.5 * 0.9375;
+  EXPECT_GT(fe.est->bandEnergy[5], mag0 * mag0);
+  EXPECT_LT(fe.est->bandEnergy[5], 1.1 * mag0 * mag0);
+}
+
+TEST(FrameAnalysis, BandEnergyRingSmoothsAgainstThePreviousSlotWithWrap) {
+  FrontEnd fe;
+  std::vector<float> frame = testsig::noise(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE, 300.0f, 11);
+  for (int i = 0; i < ORIEN_BANDS; ++i) fe.est->bandEnergyRing[7][i] = 1000.0f * (i + 1);
+  fe.est->ringCursor = 0;
+  fe.run(frame.data());
+  for (int i = 0; i < ORIEN_BANDS; ++i)
+    EXPECT_EQ(fe.est->bandEnergyRing[0][i],
+              static_cast<float>(0.2 * fe.est->bandEnergy[i] + 0.8 * 1000.0f * (i + 1)))
+        << i;
+  EXPECT_EQ(fe.est->ringCursor, 0u);  // the pipeline advances it
+}
+
+// After a quiet start-up, a loud low tone is speech; loud broadband noise, which
+// raises the high bands just as much, is not.
+TEST(FrameAnalysis, LowToneAfterQuietIsSpeechButBroadbandNoiseIsNot) {
+  for (bool tone : {true, false}) {
+    FrontEnd fe;
+    const size_t n = 16 * ORIEN_FRAME_SIZE;
+    std::vector<float> src = testsig::noise(n, 5.0f, 21);
+    std::vector<float> loud = testsig::noise(n, 3000.0f, 22);
+    for (size_t i = 12 * ORIEN_FRAME_SIZE; i < n; ++i)
+      src[i] += tone ? static_cast<float>(3000.0 * std::sin(2.0 * kPi * 700.0 * i / 48000.0))
+                     : loud[i];
+    std::vector<float> planes = testsig::arrayFrom(src, 20.0);
+    std::vector<float> frame(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE);
+    for (size_t f = 0; f < 13; ++f) {
+      testsig::frameOf(planes, n, f, frame.data());
+      fe.run(frame.data());
+      if (f < 12) {
+        ASSERT_EQ(fe.est->speechFlag[0], 0u) << f;
+      }
+    }
+    EXPECT_EQ(fe.est->speechFlag[0], tone ? 1u : 0u) << (tone ? "tone" : "noise");
+  }
+}
+
+}  // namespace
