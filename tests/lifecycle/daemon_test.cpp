@@ -181,8 +181,7 @@ TEST_F(DaemonTest, RecycleAndBrokenPipeSignalsDoNotEndIt) {
   ASSERT_TRUE(daemon->waitForError(abortLine(SIGINT)));
 }
 
-// Enabled once the audio endpoints replace their placeholder (which always succeeds).
-TEST_F(DaemonTest, DISABLED_EndpointFailureTearsDownAndExitsWithStatusZero) {
+TEST_F(DaemonTest, EndpointFailureTearsDownAndExitsWithStatusZero) {
   // A configuration that defines no PCM at all: "hw:0,3" cannot be opened.
   sandbox_.write("alsa-empty.conf", "# no devices\n");
   auto daemon = start({"ALSA_CONFIG_PATH=" + sandbox_.file("alsa-empty.conf")});
