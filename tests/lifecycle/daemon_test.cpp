@@ -9,6 +9,7 @@
 #include <sstream>
 #include <thread>
 
+#include "support/alsa_sandbox.h"
 #include "support/daemon_process.h"
 #include "support/sandbox.h"
 
@@ -25,6 +26,9 @@ class DaemonTest : public testing::Test {
     DaemonOptions options;
     options.workDir = sandbox_.path();
     options.env = std::move(env);
+    options.env.push_back(alsa_.environment());
+    alsa_.feedSilence(3, 8);  // digital microphones
+    alsa_.feedSilence(2, 2);  // line-in
     auto daemon = std::make_unique<DaemonProcess>(options);
     EXPECT_TRUE(daemon->started());
     return daemon;
@@ -57,6 +61,7 @@ class DaemonTest : public testing::Test {
   }
 
   Sandbox sandbox_;
+  AlsaSandbox alsa_{sandbox_};
 };
 
 std::vector<std::string> lines(const std::string &text) {
