@@ -83,12 +83,6 @@ class CaptureRead : public AudioTest {
   bool scripted_ = false;
 };
 
-TEST_F(CaptureRead, ChunkBufferGrowsToTheNegotiatedChunk) {
-  ASSERT_EQ(ep->chunk_bytes, 32768);
-  EXPECT_EQ(pcm_read(ep), 2048u);  // the whole chunk stays inside the buffer (ASan build)
-  EXPECT_TRUE(chunkIsFramesFrom(ep, 0));
-}
-
 TEST_F(CaptureRead, ShortReadsAndRetriesFillOneChunkInStreamOrder) {
   gScript = {-EAGAIN, 100, 0, 900, -EAGAIN, 1000};  // 48 frames are left for the last request
   CaptureStderr();

@@ -28,33 +28,17 @@ class DaemonTest : public testing::Test {
   std::unique_ptr<DaemonProcess> start(std::vector<std::string> env = {}) {
     DaemonOptions options;
     options.workDir = sandbox_.path();
-    options.env = {alsa_.environment()};
-    options.env.insert(options.env.end(), env.begin(), env.end());
+    options.env = std::move(env);
+    options.env.push_back(alsa_.environment());
+    alsa_.feedSilence(3, 8);  // digital microphones
+    alsa_.feedSilence(2, 2);  // line-in
     auto daemon = std::make_unique<DaemonProcess>(options);
     EXPECT_TRUE(daemon->started());
     return daemon;
   }
 
-  // Silence on the two capture devices the daemon opens, paced in real time
-  // as a sound card delivers it (a plain input file would be read as fast as
-  // the capture workers ask, and flood the pools).
-  void feedSilence() {
-    sandbox_.write("silence.raw", "");
-    struct Capture { int device; const char *channels; const char *period; };
-    for (Capture capture : {Capture{3, "8", "2048"}, Capture{2, "2", "1024"}}) {
-      DaemonOptions options;
-      options.program = QV_FEED_PATH;
-      options.workDir = sandbox_.path();
-      options.args = {"-c", capture.channels, "-p", capture.period, "-z", "silence.raw",
-                      alsa_.makeCaptureFifo(capture.device)};
-      options.stdoutFile = options.stderrFile = "feed" + std::to_string(capture.device) + ".log";
-      feeders_.push_back(std::make_unique<DaemonProcess>(options));
-    }
-  }
-
   // Starts the daemon and waits until it runs its heartbeat loop (handlers installed).
   std::unique_ptr<DaemonProcess> startRunning() {
-    feedSilence();
     auto daemon = start();
     EXPECT_TRUE(daemon->waitForOutput(kInitOk)) << daemon->describeEnd() << "\n" << daemon->out() << daemon->err();
     return daemon;
@@ -80,9 +64,7 @@ class DaemonTest : public testing::Test {
   }
 
   Sandbox sandbox_;
-  // "hw:0,3" and "hw:0,2" open on libasound's own plugins and read silence.
   AlsaSandbox alsa_{sandbox_};
-  std::vector<std::unique_ptr<DaemonProcess>> feeders_;
 };
 
 std::vector<std::string> lines(const std::string &text) {
