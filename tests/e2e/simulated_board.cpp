@@ -146,6 +146,8 @@ BoardAudio levelAudio(const int16_t (&micAmplitude)[8], int16_t lineAmplitude, d
 
 SimulatedBoard::SimulatedBoard(const BoardAudio &audio, double speed)
     : alsa_(box_), speed_(speed) {
+  // A feeder may still be writing when the daemon is killed at the end.
+  signal(SIGPIPE, SIG_IGN);
   // The host's end of the line; the slave stays open here too, so the master
   // never reads a hang-up while the daemon has the line closed.
   if (!openRawPty(&master_, &slave_)) {
@@ -207,6 +209,7 @@ void SimulatedBoard::startFeeder(int device, std::vector<uint8_t> bytes, unsigne
 }
 
 SimulatedBoard::~SimulatedBoard() {
+  stopFeeding_ = true;
   if (pid_ > 0) {
     kill(pid_, SIGKILL);
     waitpid(pid_, nullptr, 0);
