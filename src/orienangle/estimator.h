@@ -3,7 +3,7 @@
 // The record holds everything the estimator remembers: the steering table of the
 // array, per-stream sample histories, the 100-slot per-frame result rings indexed
 // by frameCursor, three noise trackers, the voice model's state and a scratch area
-// for one frame's working storage. It is one heap block (about 6.8 MB); nothing is
+// for one frame's working storage. It is one heap block (about 6.2 MB); nothing is
 // allocated per frame. Only the angle worker thread touches it.
 #pragma once
 #include <cstdint>

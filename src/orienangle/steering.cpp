@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-void steeringBuild(OrienComplex (*steering)[ORIEN_BINS][ORIEN_MIC_NUM]) {
+void steeringBuildReference(OrienComplex (*steering)[ORIEN_BINS][ORIEN_MIC_NUM]) {
   for (int a = 0; a < ORIEN_ANGLE_NUM; ++a) {
     // Direction in double with the truncated pi; at a = 0, sin gives -0.9999999999999997.
     double theta = (a - ORIEN_ANGLE_BROADSIDE) * ORIEN_PI / 180.0;
@@ -21,3 +21,5 @@ void steeringBuild(OrienComplex (*steering)[ORIEN_BINS][ORIEN_MIC_NUM]) {
     }
   }
 }
+
+void steeringBuild(OrienComplex (*steering)[ORIEN_BINS][ORIEN_MIC_NUM]) { steeringBuildReference(steering); }

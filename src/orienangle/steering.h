@@ -7,3 +7,4 @@
 #include "orienangle/spectrum.h"
 
 void steeringBuild(OrienComplex (*steering)[ORIEN_BINS][ORIEN_MIC_NUM]);
+void steeringBuildReference(OrienComplex (*steering)[ORIEN_BINS][ORIEN_MIC_NUM]);
