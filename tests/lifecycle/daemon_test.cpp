@@ -28,8 +28,9 @@ class DaemonTest : public testing::Test {
   std::unique_ptr<DaemonProcess> start(std::vector<std::string> env = {}) {
     DaemonOptions options;
     options.workDir = sandbox_.path();
-    options.env = std::move(env);
-    options.env.push_back(alsa_.environment());
+    // The sandbox's devices, unless the test names a configuration of its own.
+    options.env = {alsa_.environment()};
+    options.env.insert(options.env.end(), env.begin(), env.end());
     alsa_.feedSilence(3, 8);  // digital microphones
     alsa_.feedSilence(2, 2);  // line-in
     auto daemon = std::make_unique<DaemonProcess>(options);
