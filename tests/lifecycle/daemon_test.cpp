@@ -28,7 +28,7 @@ class DaemonTest : public testing::Test {
   std::unique_ptr<DaemonProcess> start(std::vector<std::string> env = {}) {
     DaemonOptions options;
     options.workDir = sandbox_.path();
-    // The sandbox's ALSA configuration first, so a test's own settings override it.
+    // The sandbox's devices, unless the test names a configuration of its own.
     options.env = {alsa_.environment()};
     options.env.insert(options.env.end(), env.begin(), env.end());
     alsa_.feedSilence(3, 8);  // digital microphones
