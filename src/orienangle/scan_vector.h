@@ -16,17 +16,18 @@ constexpr int SCAN_LANES = 4;
 
 inline ScanVec scanSplat(float x) { return ScanVec{x, x, x, x}; }
 inline float scanLane(ScanVec v, int lane) { return v[lane]; }
-#else
-typedef float ScanVec;
-constexpr int SCAN_LANES = 1;
-
-inline ScanVec scanSplat(float x) { return x; }
-inline float scanLane(ScanVec v, int) { return v; }
-#endif
-
 // SCAN_LANES consecutive floats; no alignment needed.
 inline ScanVec scanLoad(const float *p) {
   ScanVec v;
   std::memcpy(&v, p, sizeof v);
   return v;
 }
+#else
+typedef float ScanVec;
+constexpr int SCAN_LANES = 1;
+
+inline ScanVec scanSplat(float x) { return x; }
+inline float scanLane(ScanVec v, int) { return v; }
+inline ScanVec scanLoad(const float *p) { return *p; }
+#endif
+

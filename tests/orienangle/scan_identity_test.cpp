@@ -79,7 +79,7 @@ class ScanIdentity : public ::testing::Test {
       orienAngleFrameAnalyse(est_.get(), frame.data(), nullptr, spectra());
       angleSelectBins(est_.get());
       expectIdentical(what);
-      for (double density : {0.02, 0.3, 0.9, 1.0}) {
+      for (double density : {0.03, 0.5, 1.0}) {
         if (HasFatalFailure()) return;
         selectRandomBins(density);
         expectIdentical(what);
@@ -94,8 +94,8 @@ class ScanIdentity : public ::testing::Test {
 };
 
 TEST_F(ScanIdentity, SpeechFromSeveralDirectionsAndNoiseGiveIdenticalRowsAndPeaks) {
-  const size_t n = 12 * ORIEN_FRAME_SIZE;  // 0.24 s per source
-  const std::vector<float> talker = makeVoicedSpeech(0.3, 48000, 11);
+  const size_t n = 10 * ORIEN_FRAME_SIZE;  // 0.2 s per source
+  const std::vector<float> talker = makeVoicedSpeech(0.25, 48000, 11);
   for (double theta : {-90.0, -52.5, 0.0, 33.0, 90.0}) {
     std::vector<float> src(talker.begin(), talker.begin() + n);
     for (float &v : src) v *= 3000.0f;
@@ -106,7 +106,7 @@ TEST_F(ScanIdentity, SpeechFromSeveralDirectionsAndNoiseGiveIdenticalRowsAndPeak
     if (HasFatalFailure()) return;
   }
   scanFrames(testsig::noise(ORIEN_MIC_NUM * n, 500.0f, 3), n, "noise");
-  EXPECT_GT(scans_, 300);
+  EXPECT_GT(scans_, 200);
 }
 
 // Spectra scaled far down (steered powers in the subnormal range) and far up
