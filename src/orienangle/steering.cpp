@@ -62,14 +62,17 @@ void steeringBuild(OrienComplex (*steering)[ORIEN_BINS][ORIEN_MIC_NUM]) {
 
 void steeringScanTableBuild(const OrienComplex (*steering)[ORIEN_BINS][ORIEN_MIC_NUM],
                             SteeringScanTable *table) {
-  for (int j = 0; j < SCAN_BINS; ++j)
-    for (int g = 0; g < SCAN_GROUPS; ++g)
-      for (int m = 0; m < SCAN_HALF_MICS; ++m)
-        for (int lane = 0; lane < SCAN_LANES; ++lane) {
-          const int a = g * SCAN_LANES + lane;
-          const OrienComplex w = a < SCAN_HALF_ANGLES ? steering[a][ORIEN_SCAN_FIRST_BIN + j][m]
-                                                      : OrienComplex{0.0f, 0.0f};
-          table->w[j][g][m][0][lane] = w.re;
-          table->w[j][g][m][1][lane] = w.im;
-        }
+  for (int j = 0; j < SCAN_BINS; ++j) {
+    const int k = ORIEN_SCAN_FIRST_BIN + j;
+    for (int a = 0; a < SCAN_GROUPS * SCAN_LANES; ++a) {
+      float(*lanes)[2][SCAN_LANES] = table->w[j][a / SCAN_LANES];
+      const int lane = a % SCAN_LANES;
+      for (int m = 0; m < SCAN_HALF_MICS; ++m) {
+        // Lanes past a = 90 only fill out the last group.
+        const OrienComplex w = a < SCAN_HALF_ANGLES ? steering[a][k][m] : OrienComplex{0.0f, 0.0f};
+        lanes[m][0][lane] = w.re;
+        lanes[m][1][lane] = w.im;
+      }
+    }
+  }
 }
