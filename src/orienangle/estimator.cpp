@@ -32,8 +32,7 @@ int orienAngleEstimatorInit(OrienAngleEstimator *est) {
   est->idleFrames = 0;
   for (auto &slot : est->peakAngles)
     for (auto &angle : slot) angle = ANGLE_NONE;
-  steeringBuild(est->steering);
-  steeringScanTableBuild(est->steering, &est->scanSteering);
+  steeringBuild(est->steering, &est->scanSteering);
   noiseTrackerInit(&est->micNoise);
   noiseTrackerInit(&est->refNoise);
   noiseTrackerInit(&est->spareNoise);

@@ -34,13 +34,16 @@ void steeringBuildReference(OrienComplex (*steering)[ORIEN_BINS][ORIEN_MIC_NUM])
   }
 }
 
-void steeringBuild(OrienComplex (*steering)[ORIEN_BINS][ORIEN_MIC_NUM]) {
+void steeringBuild(OrienComplex (*steering)[ORIEN_BINS][ORIEN_MIC_NUM], SteeringScanTable *scanTable) {
   const int last = ORIEN_ANGLE_NUM - 1;
   for (int a = 0; a <= ORIEN_ANGLE_BROADSIDE; ++a) {
     float tau = phaseStep(a);
     const int mirror = last - a;
     for (int k = 0; k < ORIEN_BINS; ++k) {
       double phi = static_cast<float>(k) * tau;
+      float(*scan)[2][SCAN_LANES] = nullptr;  // this entry's weights in the scan table
+      if (scanTable != nullptr && k >= ORIEN_SCAN_FIRST_BIN)
+        scan = scanTable->w[k - ORIEN_SCAN_FIRST_BIN][a / SCAN_LANES];
       for (int m = 0; m < SCAN_HALF_MICS; ++m) {
         // x of microphone 7 - m is exactly -x: cos is even, sin odd.
         double x = (m - ORIEN_MIC_CENTRE) * phi;
@@ -55,24 +58,35 @@ void steeringBuild(OrienComplex (*steering)[ORIEN_BINS][ORIEN_MIC_NUM]) {
           steering[mirror][k][m] = {re, -im};
           steering[mirror][k][opposite] = {re, im};
         }
+        if (scan != nullptr) {
+          scan[m][0][a % SCAN_LANES] = re;
+          scan[m][1][a % SCAN_LANES] = im;
+        }
       }
     }
   }
+  // Lanes past a = 90 only fill out the last group.
+  if (scanTable != nullptr)
+    for (auto &bin : scanTable->w)
+      for (int a = SCAN_HALF_ANGLES; a < SCAN_GROUPS * SCAN_LANES; ++a)
+        for (auto &weights : bin[a / SCAN_LANES]) weights[0][a % SCAN_LANES] = weights[1][a % SCAN_LANES] = 0.0f;
 }
 
 void steeringScanTableBuild(const OrienComplex (*steering)[ORIEN_BINS][ORIEN_MIC_NUM],
                             SteeringScanTable *table) {
-  for (int j = 0; j < SCAN_BINS; ++j) {
-    const int k = ORIEN_SCAN_FIRST_BIN + j;
-    for (int a = 0; a < SCAN_GROUPS * SCAN_LANES; ++a) {
-      float(*lanes)[2][SCAN_LANES] = table->w[j][a / SCAN_LANES];
-      const int lane = a % SCAN_LANES;
-      for (int m = 0; m < SCAN_HALF_MICS; ++m) {
-        // Lanes past a = 90 only fill out the last group.
-        const OrienComplex w = a < SCAN_HALF_ANGLES ? steering[a][k][m] : OrienComplex{0.0f, 0.0f};
-        lanes[m][0][lane] = w.re;
-        lanes[m][1][lane] = w.im;
+  // Group by group, so that the steering rows are read in order (a row per lane).
+  for (int g = 0; g < SCAN_GROUPS; ++g)
+    for (int lane = 0; lane < SCAN_LANES; ++lane) {
+      const int a = g * SCAN_LANES + lane;
+      for (int j = 0; j < SCAN_BINS; ++j) {
+        float(*weights)[2][SCAN_LANES] = table->w[j][g];
+        for (int m = 0; m < SCAN_HALF_MICS; ++m) {
+          // Lanes past a = 90 only fill out the last group.
+          const OrienComplex w = a < SCAN_HALF_ANGLES ? steering[a][ORIEN_SCAN_FIRST_BIN + j][m]
+                                                      : OrienComplex{0.0f, 0.0f};
+          weights[m][0][lane] = w.re;
+          weights[m][1][lane] = w.im;
+        }
       }
     }
-  }
 }

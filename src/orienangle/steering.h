@@ -13,13 +13,6 @@
 #include "orienangle/scan_vector.h"
 #include "orienangle/spectrum.h"
 
-// Builds the table: one sincos per (a, k, m) of the independent quarter, the
-// rest by conjugation. Bit for bit the table of steeringBuildReference.
-void steeringBuild(OrienComplex (*steering)[ORIEN_BINS][ORIEN_MIC_NUM]);
-
-// The plain build, one sincos per entry: the reference for steeringBuild.
-void steeringBuildReference(OrienComplex (*steering)[ORIEN_BINS][ORIEN_MIC_NUM]);
-
 // The independent quarter of the table in the order the angle scan reads it.
 constexpr int SCAN_HALF_ANGLES = ORIEN_ANGLE_BROADSIDE + 1;  // a = 0..90; 180 - a mirrors a
 constexpr int SCAN_GROUPS = (SCAN_HALF_ANGLES + SCAN_LANES - 1) / SCAN_LANES;
@@ -32,6 +25,15 @@ struct SteeringScanTable {
   alignas(ScanVec) float w[SCAN_BINS][SCAN_GROUPS][SCAN_HALF_MICS][2][SCAN_LANES];
 };
 
-// Fills the scan's table from a built steering table.
+// Builds the table: one sincos per (a, k, m) of the independent quarter, the
+// rest by conjugation; bit for bit the table of steeringBuildReference. When
+// scanTable is not null, it receives the quarter in the angle scan's layout.
+void steeringBuild(OrienComplex (*steering)[ORIEN_BINS][ORIEN_MIC_NUM],
+                   SteeringScanTable *scanTable = nullptr);
+
+// The plain build, one sincos per entry: the reference for steeringBuild.
+void steeringBuildReference(OrienComplex (*steering)[ORIEN_BINS][ORIEN_MIC_NUM]);
+
+// The scan's table taken from a built steering table (the plain way to fill it).
 void steeringScanTableBuild(const OrienComplex (*steering)[ORIEN_BINS][ORIEN_MIC_NUM],
                             SteeringScanTable *table);

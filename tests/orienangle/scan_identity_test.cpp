@@ -18,14 +18,20 @@ namespace {
 
 using Table = OrienComplex[ORIEN_BINS][ORIEN_MIC_NUM];
 
+// The whole table, and the scan's copy of its quarter, written alongside.
 TEST(SteeringIdentity, FastBuildEqualsThePlainBuildBitForBit) {
   std::unique_ptr<Table[]> fast(new Table[ORIEN_ANGLE_NUM]);
   std::unique_ptr<Table[]> plain(new Table[ORIEN_ANGLE_NUM]);
+  auto fastScan = std::make_unique<SteeringScanTable>();
+  auto plainScan = std::make_unique<SteeringScanTable>();
   std::memset(fast.get(), 0x5A, sizeof(Table) * ORIEN_ANGLE_NUM);
-  steeringBuild(fast.get());
+  std::memset(fastScan.get(), 0x5A, sizeof *fastScan);
+  steeringBuild(fast.get(), fastScan.get());
   steeringBuildReference(plain.get());
   for (int a = 0; a < ORIEN_ANGLE_NUM; ++a)
     ASSERT_EQ(std::memcmp(fast[a], plain[a], sizeof(Table)), 0) << "angle " << a;
+  steeringScanTableBuild(plain.get(), plainScan.get());
+  EXPECT_EQ(std::memcmp(fastScan.get(), plainScan.get(), sizeof *fastScan), 0);
 }
 
 struct EstimatorDeleter {
