@@ -4,7 +4,7 @@
 // array, per-stream sample histories, the 100-slot per-frame result rings indexed
 // by frameCursor, three noise trackers, the voice model's state, a scratch area
 // for one frame's working storage and the steering table's independent quarter
-// laid out for the angle scan. It is one heap block (about 8.2 MB); nothing is
+// laid out for the angle scan. It is one heap block (about 7.6 MB); nothing is
 // allocated per frame. Only the angle worker thread touches it.
 #pragma once
 #include <cstdint>

@@ -99,7 +99,8 @@ constexpr int PIPE_DENOISE_GAINS = 22;      // band gains the voice model leaves
 constexpr float PIPE_VOICE_PROB = 0.5f;     // voice probability above: voiced
 constexpr float PIPE_GAIN_OPEN = 0.5f;      // a band gain above this counts as open
 constexpr int PIPE_OPEN_GAINS = 3;          // open gains among 1..15 for a voiced half
-constexpr int PIPE_GAIN_LAST = 15;
+constexpr int PIPE_GAIN_LAST = 15;           // gains 1..15 are counted (0 and 16..21 are not)
+static_assert(PIPE_GAIN_LAST < PIPE_DENOISE_GAINS, "counted gains lie within the 22 band gains");
 constexpr int PIPE_SILENCE_RUN = 10;        // consecutive samples within +-1 make digital silence
 constexpr float PIPE_SILENCE_LIMIT = 2.0f;  // |x| < 2 truncates to -1, 0 or 1
 constexpr int PIPE_HOLD_AFTER_SILENCE = 2;  // holdCount after a silent frame

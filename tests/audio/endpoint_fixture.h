@@ -25,14 +25,6 @@ inline void releaseEndpoints() {
   startDelay = 0;
 }
 
-// True once the frame buffer pool accepts data in this build.
-inline bool poolAvailable() {
-  BuffPool probe{};
-  if (buffpool_create(&probe) != 0) return false;
-  buffpool_delete(&probe);
-  return true;
-}
-
 class AudioTest : public ::testing::Test {
  protected:
   void TearDown() override { releaseEndpoints(); }

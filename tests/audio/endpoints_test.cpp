@@ -145,3 +145,18 @@ TEST_F(Endpoints, TeardownReleasesEveryEndpointOfTheMaskInTypeOrder) {
     EXPECT_EQ(ep->pool.created, 0);
   }
 }
+
+TEST_F(Endpoints, LineOutWorkerConfiguresItsPcmAndDrainsItAtTeardown) {
+  CaptureStdout();
+  ASSERT_EQ(velquare_audioprocess_init(AUDIOPROCESS_LINEOUT), 0);
+  velquare_audioprocess_proc_start(AUDIOPROCESS_LINEOUT);
+  AudioEndpoint &out = gEndpoints[EP_LINEOUT];
+  for (int i = 0; i < 200 && snd_pcm_state(out.pcm) != SND_PCM_STATE_PREPARED; i++) usleep(5000);
+  EXPECT_EQ(snd_pcm_state(out.pcm), SND_PCM_STATE_PREPARED);
+  velquare_audioprocess_uninit(AUDIOPROCESS_LINEOUT);
+  std::string text = GetCapturedStdout();
+  EXPECT_THAT(text, HasSubstr("-----> pchunk_size : 1024, buffer_size : 4096\n"));
+  EXPECT_EQ(namesIn(text, "uinit"), (Names{"LINEOUT"}));
+  EXPECT_EQ(out.chunk_bytes, 1024 * 8);
+  EXPECT_EQ(out.pcm, nullptr);
+}

@@ -4,23 +4,12 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include <cerrno>
 
 namespace {
 
-ScriptedPcm *self(snd_pcm_ioplug_t *io) { return static_cast<ScriptedPcm *>(io->private_data); }
 int start(snd_pcm_ioplug_t *) { return 0; }
 int stop(snd_pcm_ioplug_t *) { return 0; }
 snd_pcm_sframes_t pointer(snd_pcm_ioplug_t *) { return 0; }
-int resume(snd_pcm_ioplug_t *io) {
-  ScriptedPcm *pcm = self(io);
-  pcm->resumeCalls++;
-  if (pcm->resumeEagainLeft > 0) {
-    pcm->resumeEagainLeft--;
-    return -EAGAIN;
-  }
-  return pcm->resumeResult;
-}
 
 }  // namespace
 
@@ -31,7 +20,6 @@ ScriptedPcm::ScriptedPcm(const std::string &name, snd_pcm_stream_t stream, const
   callbacks_.start = start;
   callbacks_.stop = stop;
   callbacks_.pointer = pointer;
-  callbacks_.resume = resume;
   io_.version = SND_PCM_IOPLUG_VERSION;
   io_.name = name_.c_str();
   io_.poll_fd = pollPipe_[0];
@@ -53,13 +41,8 @@ ScriptedPcm::ScriptedPcm(const std::string &name, snd_pcm_stream_t stream, const
   snd_pcm_ioplug_set_param_minmax(&io_, SND_PCM_IOPLUG_HW_PERIODS, limits.periodsMin, limits.periodsMax);
 }
 
-snd_pcm_t *ScriptedPcm::release() {
-  released_ = true;
-  return io_.pcm;
-}
-
 ScriptedPcm::~ScriptedPcm() {
-  if (io_.pcm && !released_) snd_pcm_ioplug_delete(&io_);
+  if (io_.pcm) snd_pcm_ioplug_delete(&io_);
   for (int fd : pollPipe_)
     if (fd >= 0) close(fd);
 }

@@ -1,8 +1,9 @@
 // A capture or playback PCM made with libasound's I/O plugin interface, for
 // the states and limits the sandbox's file/null PCMs never reach: a test can
-// put it into XRUN or DRAINING, restrict its rate, channels or periods, and
-// choose what its resume callback returns. Everything above the plugin
-// (negotiation, status, prepare, state names) is the real library.
+// put it into XRUN or DRAINING and restrict its rate, channels or periods.
+// Everything above the plugin (negotiation, status, prepare, resume, state
+// names) is the real library. (The library ignores what an I/O plugin's
+// resume returns, so a resume that fails or asks to wait cannot be staged.)
 #pragma once
 #include <alsa/asoundlib.h>
 #include <alsa/pcm_external.h>
@@ -23,19 +24,12 @@ class ScriptedPcm {
   ScriptedPcm &operator=(const ScriptedPcm &) = delete;
 
   snd_pcm_t *pcm() const { return io_.pcm; }
-  // Hands the handle over (the holder closes it); the plugin record stays here.
-  snd_pcm_t *release();
   void setState(snd_pcm_state_t state) { snd_pcm_ioplug_set_state(&io_, state); }
   snd_pcm_state_t state() const { return snd_pcm_state(io_.pcm); }
-
-  int resumeResult = 0;     // what the resume callback returns
-  int resumeEagainLeft = 0; // -EAGAIN for this many calls first
-  int resumeCalls = 0;
 
  private:
   snd_pcm_ioplug_t io_{};
   snd_pcm_ioplug_callback_t callbacks_{};
   std::string name_;
   int pollPipe_[2] = {-1, -1};
-  bool released_ = false;
 };

@@ -4,7 +4,6 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -146,6 +145,8 @@ BoardAudio levelAudio(const int16_t (&micAmplitude)[8], int16_t lineAmplitude, d
 
 SimulatedBoard::SimulatedBoard(const BoardAudio &audio, double speed)
     : alsa_(box_), speed_(speed) {
+  // A feeder may still be writing when the daemon is killed at the end.
+  signal(SIGPIPE, SIG_IGN);
   // The host's end of the line; the slave stays open here too, so the master
   // never reads a hang-up while the daemon has the line closed.
   if (!openRawPty(&master_, &slave_)) {
@@ -154,43 +155,15 @@ SimulatedBoard::SimulatedBoard(const BoardAudio &audio, double speed)
   }
   if (symlink(ptsname(master_), box_.file("dev/ttyS1").c_str()) != 0) ADD_FAILURE() << "no dev/ttyS1";
   fcntl(master_, F_SETFL, fcntl(master_, F_GETFL) | O_NONBLOCK);
-  startLogDrain();
 
   startFeeder(kDigitMicDevice, bytesOf(audio.mics), kMics, kMicPeriod);
   startFeeder(kLineDevice, bytesOf(audio.lineIn), 2, kLinePeriod);
 
   startedAt_ = now();
-  pid_ = fork();
-  if (pid_ == 0) {
-    dup2(logSlave_, STDOUT_FILENO);
-    dup2(logSlave_, STDERR_FILENO);
-    for (int fd : {master_, slave_, logMaster_, logSlave_}) close(fd);
-    execl(QV_DAEMON_PATH, QV_DAEMON_PATH, static_cast<char *>(nullptr));
-    _exit(127);
-  }
-}
-
-void SimulatedBoard::startLogDrain() {
-  if (!openRawPty(&logMaster_, &logSlave_)) {
-    ADD_FAILURE() << "no pseudo-terminal for the log";
-    return;
-  }
-  std::string path = box_.file("daemon.log");
-  logDrain_ = std::thread([this, path] {
-    int out = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0644);
-    char buf[4096];
-    for (;;) {
-      pollfd p{logMaster_, POLLIN, 0};
-      int ready = poll(&p, 1, 50);
-      if (ready > 0) {
-        ssize_t n = ::read(logMaster_, buf, sizeof buf);
-        if (n > 0 && write(out, buf, static_cast<size_t>(n)) != n) break;
-        if (n > 0) continue;
-      }
-      if (stopFeeding_) break;  // the daemon is gone and its output drained
-    }
-    close(out);
-  });
+  DaemonOptions options;
+  options.workDir = box_.path();
+  options.env = {alsa_.environment()};
+  daemon_ = std::make_unique<DaemonProcess>(options);
 }
 
 void SimulatedBoard::startFeeder(int device, std::vector<uint8_t> bytes, unsigned channels,
@@ -207,19 +180,13 @@ void SimulatedBoard::startFeeder(int device, std::vector<uint8_t> bytes, unsigne
 }
 
 SimulatedBoard::~SimulatedBoard() {
-  if (pid_ > 0) {
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
-  }
   stopFeeding_ = true;
+  daemon_.reset();  // killed and reaped
   // A feeder still waiting for its reader is released by a reader of our own.
   std::vector<int> releasers;
   for (const std::string &fifo : fifos_) releasers.push_back(open(fifo.c_str(), O_RDONLY | O_NONBLOCK));
   for (std::thread &t : feeders_) t.join();
   for (int fd : releasers)
-    if (fd >= 0) close(fd);
-  if (logDrain_.joinable()) logDrain_.join();
-  for (int fd : {logSlave_, logMaster_})
     if (fd >= 0) close(fd);
   if (slave_ >= 0) close(slave_);
   if (master_ >= 0) close(master_);
@@ -250,11 +217,10 @@ std::vector<DeviceFrame> SimulatedBoard::read(double seconds,
   return got;
 }
 
-bool SimulatedBoard::daemonAlive() const {
-  return pid_ > 0 && waitpid(pid_, nullptr, WNOHANG) == 0;
+bool SimulatedBoard::waitForLog(const std::string &text, int count, double seconds) {
+  return daemon_ && daemon_->waitForOutput(
+                        text, DaemonProcess::Timeout(static_cast<long>(seconds * 1000)), count);
 }
-
-std::string SimulatedBoard::log() const { return box_.read("daemon.log"); }
 
 std::vector<uint8_t> hostCommand(uint8_t group, uint8_t a, uint8_t b) {
   return {0x81, 0x01, group, a, b, 0xFF};

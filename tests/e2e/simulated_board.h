@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "support/alsa_sandbox.h"
+#include "support/daemon_process.h"
 #include "support/sandbox.h"
 
 // What the device sent on the line, decoded.
@@ -70,24 +71,22 @@ class SimulatedBoard {
   const std::vector<DeviceFrame> &frames() const { return all_; }
   size_t skippedBytes() const { return parser_.skippedBytes(); }
 
-  bool daemonAlive() const;
-  std::string log() const;  // the daemon's standard output and error so far (also daemon.log)
+  bool daemonAlive() { return daemon_ && daemon_->running(); }
+  std::string log() const { return daemon_ ? daemon_->out() : std::string(); }  // stdout so far
+  // Waits until the daemon's standard output holds `count` copies of `text`.
+  bool waitForLog(const std::string &text, int count, double seconds);
   std::string file(const std::string &relative) const { return box_.read(relative); }
 
  private:
   void startFeeder(int device, std::vector<uint8_t> bytes, unsigned channels, unsigned period);
-  void startLogDrain();
 
   Sandbox box_;
   AlsaSandbox alsa_;
   double speed_;
   int master_ = -1;
   int slave_ = -1;
-  int pid_ = -1;
+  std::unique_ptr<DaemonProcess> daemon_;
   double startedAt_ = 0.0;
-  int logMaster_ = -1;  // the daemon's stdout and stderr: a terminal, so it is line-buffered
-  int logSlave_ = -1;
-  std::thread logDrain_;
   std::atomic<bool> stopFeeding_{false};
   std::vector<std::string> fifos_;
   std::vector<std::thread> feeders_;

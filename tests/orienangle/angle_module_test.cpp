@@ -38,8 +38,8 @@ uint32_t countingCallback(uint32_t position) {
 }
 
 // Waits (bounded) until the worker has reported `count` frames.
-bool waitForCallbacks(uint32_t count) {
-  for (int i = 0; i < 500 && sharedLoad(callbackCount) < count; ++i)
+bool waitForCallbacks(uint32_t count, int seconds = 5) {
+  for (int i = 0; i < 100 * seconds && sharedLoad(callbackCount) < count; ++i)
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   return sharedLoad(callbackCount) >= count;
 }
@@ -148,17 +148,6 @@ TEST_F(AngleModule, RingTakesExactlyItsFreeSpaceAndDropsOneByteMoreWhole) {
   EXPECT_EQ(gVelquareSpeach.setAudioBuffSpkinNum, static_cast<uint64_t>(kRing));
 }
 
-TEST_F(AngleModule, PartialFrameWriteIsRefusedWhole) {
-  ringsOnly();
-  std::vector<uint8_t> frame = pattern(kFrame, 1);
-  for (int i = 0; i < 9; ++i) velquare_orienAngle_writeAudioData(frame.data(), kFrame);
-  velquare_orienAngle_writeAudioData(frame.data(), 100);
-  CaptureStdout();
-  velquare_orienAngle_writeAudioData(frame.data(), kFrame);  // 100 bytes short of room
-  GetCapturedStdout();
-  EXPECT_EQ(micUsed(), 9u * kFrame + 100u);
-}
-
 TEST_F(AngleModule, FramesReadBackIntactAcrossTheRingEnd) {
   ringsOnly();
   std::vector<uint8_t> filler = pattern(kRing - 10, 0);
@@ -231,22 +220,6 @@ TEST_F(AngleModule, WorkerReportsEveryFrameOnceEvenWithoutReference) {
   EXPECT_EQ(sharedLoad(callbackCount), 25u) << "one callback per frame, none extra";
   uint32_t p = sharedLoad(lastPosition);
   EXPECT_TRUE(p <= 180 || p == 230 || p == 231) << p;
-}
-
-TEST_F(AngleModule, WorkerHandsTheLatestReferenceToTheEstimator) {
-  ASSERT_EQ(velquare_orienAngle_init(8, 960, 48000, 16, countingCallback), 0);
-  std::vector<uint8_t> block = pattern(kBlock, 5);
-  for (int i = 0; i < 6; ++i) velquare_orienAngle_writeAudioSpkinData(block.data(), kBlock);
-  std::vector<uint8_t> frame(kFrame);
-  for (int i = 0; i < 2; ++i) velquare_orienAngle_writeAudioData(frame.data(), kFrame);
-  ASSERT_TRUE(waitForCallbacks(2));
-  usleep(60000);  // idle turns in between take one block each
-  uint64_t taken = sharedLoad(gVelquareSpeach.getAudioBuffSpkinNum);
-  EXPECT_GE(taken, 2u * kBlock);
-  // The last block taken is what the estimator sees as its reference.
-  int16_t first;
-  memcpy(&first, block.data(), 2);
-  EXPECT_EQ(gVelquareSpeach.spkinFloat[0], static_cast<float>(first));
 }
 
 TEST_F(AngleModule, UninitWaitsForTheWorkerAndLateWritesFindNoRing) {
@@ -357,7 +330,7 @@ TEST_F(AngleModule, SimulatedTalkerDirectionReachesTheCallback) {
     while (angleRingFreeForTest() < static_cast<uint64_t>(kFrame)) usleep(1000);
     velquare_orienAngle_writeAudioData(reinterpret_cast<uint8_t *>(frame.data()), kFrame);
   }
-  ASSERT_TRUE(waitForCallbacks(kFrames));
+  ASSERT_TRUE(waitForCallbacks(kFrames, 120)) << "the estimator is slow under emulation";
   EXPECT_GT(sharedLoad(firstNear), 0u) << "the talker's direction was never reported";
   EXPECT_LT(sharedLoad(firstNear), kLeadFrames + 100u) << "about 1.1 s of speech is enough";
   EXPECT_EQ(sharedLoad(farPositions), 0u);

@@ -1,11 +1,15 @@
 #include "support/alsa_sandbox.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <fstream>
+
+#include "feed.h"
 
 namespace {
 
@@ -44,6 +48,18 @@ AlsaSandbox::AlsaSandbox(const Sandbox &sandbox) : dir_(sandbox.file("alsa")), c
 }
 
 AlsaSandbox::~AlsaSandbox() {
+  stopFeeding_ = true;
+  // A feeder waiting for its reader, or blocked on a full FIFO, is released
+  // by a reader of our own.
+  std::vector<int> releasers;
+  for (const std::string &fifo : fifos_) releasers.push_back(open(fifo.c_str(), O_RDONLY | O_NONBLOCK));
+  char sink[4096];
+  for (int fd : releasers)
+    while (fd >= 0 && read(fd, sink, sizeof sink) > 0) {
+    }
+  for (std::thread &feeder : feeders_) feeder.join();
+  for (int fd : releasers)
+    if (fd >= 0) close(fd);
   if (hadPrevious_)
     setenv("ALSA_CONFIG_PATH", previous_.c_str(), 1);
   else
@@ -65,3 +81,14 @@ std::string AlsaSandbox::makeCaptureFifo(int device) const {
 }
 
 void AlsaSandbox::removeDevice(int device) const { unlink(capturePath(device).c_str()); }
+
+void AlsaSandbox::feedSilence(int device, unsigned channels) {
+  signal(SIGPIPE, SIG_IGN);  // the daemon may go away while a period is written
+  std::string fifo = makeCaptureFifo(device);
+  fifos_.push_back(fifo);
+  feeders_.emplace_back([this, fifo, channels] {
+    FeedOptions options;
+    options.zerosAfter = true;
+    feedFifo(fifo, {}, channels, options, &stopFeeding_);
+  });
+}

@@ -17,7 +17,10 @@
 // The hardware parameters granted are those asked for: 48000 Hz, period 2048
 // and buffer 8192 frames for the microphones, 1024 and 4096 for the line.
 #pragma once
+#include <atomic>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "support/sandbox.h"
 
@@ -26,7 +29,7 @@ class AlsaSandbox {
   // Writes the configuration, points ALSA_CONFIG_PATH at it and gives devices
   // 1, 2 and 3 an empty capture input (present, reading silence).
   explicit AlsaSandbox(const Sandbox &sandbox);
-  ~AlsaSandbox();  // restores the previous ALSA_CONFIG_PATH
+  ~AlsaSandbox();  // stops the silence feeders, restores the previous ALSA_CONFIG_PATH
   AlsaSandbox(const AlsaSandbox &) = delete;
   AlsaSandbox &operator=(const AlsaSandbox &) = delete;
 
@@ -41,10 +44,17 @@ class AlsaSandbox {
   std::string makeCaptureFifo(int device) const;
   // No capture input: opening the device for capture fails.
   void removeDevice(int device) const;
+  // Paced silence on a device (a FIFO fed from a thread of this process), for
+  // tests that run the daemon without caring about its audio. The feed stops
+  // when the reader goes away or this object is destroyed. Ignores SIGPIPE.
+  void feedSilence(int device, unsigned channels);
 
  private:
   std::string dir_;
   std::string config_;
   std::string previous_;
   bool hadPrevious_ = false;
+  std::atomic<bool> stopFeeding_{false};
+  std::vector<std::string> fifos_;
+  std::vector<std::thread> feeders_;
 };

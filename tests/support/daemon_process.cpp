@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <fstream>
@@ -30,18 +31,19 @@ std::string absoluteIn(const std::string &dir, const std::string &file) {
   return !file.empty() && file[0] == '/' ? file : dir + "/" + file;
 }
 
-// The test's environment with every NAME=value of `extra` added or replacing.
+std::string nameOf(const std::string &entry) { return entry.substr(0, entry.find('=')); }
+
+// The test's environment with every NAME=value of `extra` added or replacing
+// (a later entry for the same name wins over an earlier one).
 std::vector<std::string> mergedEnvironment(const std::vector<std::string> &extra) {
   std::vector<std::string> merged;
-  for (char **e = environ; *e != nullptr; ++e) {
-    std::string entry = *e;
-    std::string name = entry.substr(0, entry.find('='));
-    bool replaced = false;
-    for (const std::string &x : extra)
-      if (x.substr(0, x.find('=')) == name) replaced = true;
-    if (!replaced) merged.push_back(entry);
+  for (char **e = environ; *e != nullptr; ++e) merged.push_back(*e);
+  for (const std::string &entry : extra) {
+    std::string name = nameOf(entry);
+    auto same = [&name](const std::string &e) { return nameOf(e) == name; };
+    merged.erase(std::remove_if(merged.begin(), merged.end(), same), merged.end());
+    merged.push_back(entry);
   }
-  merged.insert(merged.end(), extra.begin(), extra.end());
   return merged;
 }
 

@@ -2,7 +2,8 @@
 // in a working directory (normally a Sandbox) with extra environment, its
 // standard output and error captured in files there, signalled and waited for.
 // A process still running when the object goes away is killed and reaped; it
-// is also killed if the test process itself dies.
+// is also killed if the thread that started it ends (so start it from the
+// test's own thread), which covers a test process that crashes.
 #pragma once
 #include <sys/types.h>
 

@@ -7,27 +7,41 @@
 #include <termios.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <mutex>
 
-SbLink::SbLink(const std::vector<std::string> &options, const std::string &file) {
+SbLink::SbLink(BoardEnd end) : end_(end) {
   master_ = posix_openpt(O_RDWR | O_NOCTTY);
   if (master_ < 0 || grantpt(master_) != 0 || unlockpt(master_) != 0) return;
-  slave_ = open(ptsname(master_), O_RDWR | O_NOCTTY);
+  slavePath_ = ptsname(master_);
+  // Kept open so the line never hangs up while the board (re)opens its end.
+  slave_ = open(slavePath_.c_str(), O_RDWR | O_NOCTTY);
   termios raw{};
   tcgetattr(slave_, &raw);
   cfmakeraw(&raw);
   tcsetattr(slave_, TCSANOW, &raw);
-  fcntl(master_, F_SETFL, fcntl(master_, F_GETFL) | O_NONBLOCK);
+  if (end_ == kBoardOnMaster) fcntl(master_, F_SETFL, fcntl(master_, F_GETFL) | O_NONBLOCK);
+}
 
+SbLink::SbLink(const std::vector<std::string> &options, const std::string &file) : SbLink(kBoardOnMaster) {
+  start(options, file);
+}
+
+void SbLink::hostSend(const std::vector<uint8_t> &bytes) {
+  if (write(hostFd(), bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) perror("hostSend");
+}
+
+void SbLink::start(const std::vector<std::string> &options, const std::string &file) {
   std::vector<std::string> args{"sb"};
   args.insert(args.end(), options.begin(), options.end());
   args.push_back(file);
+  const int sbFd = hostFd();
   pid_ = fork();
   if (pid_ == 0) {
     int log = open("sb.log", O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    dup2(slave_, 0);
-    dup2(slave_, 1);
+    dup2(sbFd, 0);
+    dup2(sbFd, 1);
     dup2(log, 2);
     std::vector<char *> argv;
     for (auto &a : args) argv.push_back(const_cast<char *>(a.c_str()));
@@ -63,11 +77,11 @@ std::string SbLink::hostReceived(int timeoutMs, const std::string &until) {
       [&] {
         fd_set in;
         FD_ZERO(&in);
-        FD_SET(slave_, &in);
+        FD_SET(hostFd(), &in);
         timeval none{0, 0};
-        if (select(slave_ + 1, &in, nullptr, nullptr, &none) == 1) {
+        if (select(hostFd() + 1, &in, nullptr, nullptr, &none) == 1) {
           char buf[256];
-          ssize_t n = read(slave_, buf, sizeof buf);
+          ssize_t n = read(hostFd(), buf, sizeof buf);
           if (n > 0) got.append(buf, static_cast<size_t>(n));
         }
         return got.find(until) != std::string::npos;

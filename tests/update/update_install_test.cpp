@@ -8,6 +8,7 @@
 #include <random>
 #include <string>
 
+#include "common/shared_word.h"
 #include "hostlink/host_protocol.h"
 #include "hostlink/uart.h"
 #include "lifecycle/state_segment.h"
@@ -35,9 +36,9 @@ class UpdateInstallTest : public ::testing::Test {
     setenv("QV_SANDBOX_UPDATE_WAIT_SECONDS", "0", 1);  // the host is ready at once
     mkdir("host", 0755);
     box.write("root/quenvarile", "old daemon");
-    velquare_shm_create();
+    ASSERT_EQ(velquare_shm_create(), 0);
     gHostCtrl.isUpdating = 0;
-    if (velquare_shm_get()) velquare_shm_get()->updating = 0;
+    velquare_shm_get()->updating = 0;
   }
   void TearDown() override {
     EXPECT_TRUE(waitFor([] { return velquare_ymodem_threads_running() == 0; }, 5000));
@@ -47,17 +48,15 @@ class UpdateInstallTest : public ::testing::Test {
   void startUpdate(SbLink &sb) {
     uartFd = sb.boardFd();
     ASSERT_EQ(velquare_ymodem_update_start(), 0);
-    EXPECT_EQ(gHostCtrl.isUpdating, 1);
-    if (velquare_shm_get()) {
-      EXPECT_EQ(velquare_shm_get()->updating, 1);
-    }
+    EXPECT_EQ(sharedLoad(gHostCtrl.isUpdating), 1);
+    EXPECT_EQ(sharedLoad(velquare_shm_get()->updating), 1);
   }
   void expectFailureReported(SbLink &sb) {
     EXPECT_THAT(sb.hostReceived(12000, "ymodem updata"), EndsWith("ymodem updata err"));
-    EXPECT_TRUE(waitFor([] { return gHostCtrl.isUpdating == 0; }, 2000));
-    if (velquare_shm_get()) {
-      EXPECT_EQ(velquare_shm_get()->updating, 0);
-    }
+    // The flags are cleared just before the receiver's threads end.
+    EXPECT_TRUE(waitFor([] { return velquare_ymodem_threads_running() == 0; }, 3000));
+    EXPECT_EQ(sharedLoad(gHostCtrl.isUpdating), 0);
+    EXPECT_EQ(sharedLoad(velquare_shm_get()->updating), 0);
     EXPECT_EQ(box.read("root/quenvarile"), "old daemon");
     EXPECT_EQ(box.read("commands.log"), "");
   }
@@ -83,7 +82,7 @@ TEST_F(UpdateInstallTest, ReceivedFileReplacesTheExecutableAndTheBoardRebootsAft
   struct stat st {};
   ASSERT_EQ(stat("root/quenvarile", &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0777u);
-  EXPECT_EQ(gHostCtrl.isUpdating, 1);  // the board is going down
+  EXPECT_EQ(sharedLoad(gHostCtrl.isUpdating), 1);  // the board is going down
 }
 
 TEST_F(UpdateInstallTest, WrongFileNameIsRefusedAndTheUpdateFailsAfterTheTimeOut) {

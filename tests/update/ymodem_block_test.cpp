@@ -152,11 +152,4 @@ TEST_F(YmodemBlockTest, SequenceNumbersWrapFrom255ToZero) {
   EXPECT_EQ(parse(&file, block(0, "z")).dataLen, 0u);  // block 256 repeated
 }
 
-TEST_F(YmodemBlockTest, OverlongNameIsCutToTheBlock) {
-  std::vector<uint8_t> b = block(0, std::string(128, 'n'));  // no terminator at all
-  const YmodemBlockResult r = parse(&file, b);
-  EXPECT_EQ(r.reply, YMODEM_REPLY_NONE);
-  EXPECT_EQ(std::string(file.name), std::string(128, 'n'));
-}
-
 }  // namespace

@@ -16,7 +16,7 @@ constexpr size_t kSampleBytes = 2;           // S16_LE
 constexpr size_t kRiffHeaderBytes = 12;      // "RIFF" size "WAVE"
 constexpr size_t kChunkHeaderBytes = 8;      // id and size
 constexpr size_t kFmtChannelsOffset = 2;     // in the fmt chunk body
-constexpr long kNanosPerSecond = 1000000000L;
+constexpr int64_t kNanosPerSecond = 1000000000;
 
 uint32_t le32(const uint8_t *p) { return p[0] | p[1] << 8 | p[2] << 16 | uint32_t(p[3]) << 24; }
 uint16_t le16(const uint8_t *p) { return uint16_t(p[0] | p[1] << 8); }
@@ -43,12 +43,10 @@ bool parseWav(const std::vector<uint8_t> &file, FeedInput *input, std::string *e
   return false;
 }
 
-void addNanos(timespec *t, long nanos) {
-  t->tv_nsec += nanos;
-  while (t->tv_nsec >= kNanosPerSecond) {
-    t->tv_nsec -= kNanosPerSecond;
-    t->tv_sec++;
-  }
+void addNanos(timespec *t, int64_t nanos) {
+  int64_t total = int64_t(t->tv_nsec) + nanos;
+  t->tv_sec += time_t(total / kNanosPerSecond);
+  t->tv_nsec = long(total % kNanosPerSecond);
 }
 
 bool writeAll(int fd, const uint8_t *data, size_t bytes) {
@@ -84,8 +82,8 @@ uint64_t feedPeriods(int fd, const std::vector<uint8_t> &samples, unsigned chann
                      const FeedOptions &options, const std::atomic<bool> *stop) {
   const size_t periodBytes = size_t(options.periodFrames) * channels * kSampleBytes;
   if (periodBytes == 0) return 0;
-  const long periodNanos =
-      options.speed > 0 ? long(double(kNanosPerSecond) * options.periodFrames / FEED_RATE / options.speed) : 0;
+  const int64_t periodNanos =
+      options.speed > 0 ? int64_t(double(kNanosPerSecond) * options.periodFrames / FEED_RATE / options.speed) : 0;
   std::vector<uint8_t> period(periodBytes);
   timespec next;
   clock_gettime(CLOCK_MONOTONIC, &next);

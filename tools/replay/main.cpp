@@ -17,7 +17,7 @@
 
 namespace {
 const char kUsage[] =
-    "usage: quenvarile-replay [--spectrum FILE.csv] [--picture FILE.png] ARRAY.wav [LINEIN]\n"
+    "usage: quenvarile-replay [options] ARRAY.wav [LINEIN]\n"
     "\n"
     "Runs the direction estimator over a recording of the 8-microphone array, as the\n"
     "daemon would, and prints one line per 20 ms frame: time_seconds,angle_byte\n"
@@ -28,9 +28,13 @@ const char kUsage[] =
     "                      daemon's debug recording (its size fields are placeholders;\n"
     "                      it is read to the end of the file)\n"
     "  LINEIN              line-in recording (loudspeaker reference): a WAV, whose first\n"
-    "                      channel is used, or the daemon's headerless stereo S16_LE\n"
-    "                      recording, whose left channel is used. Without it the\n"
-    "                      reference is silent, as on a daemon that never received one.\n"
+    "                      channel is used, or a headerless S16_LE recording of the\n"
+    "                      daemon, whose left channel is used: stereo as the capture\n"
+    "                      worker records it (/tmp/recCapAudioLinein.wav), or mono as\n"
+    "                      the angle module records it (/tmp/angleRecCapAudioAlgLinein.wav,\n"
+    "                      give --linein-mono). Without LINEIN the reference is silent,\n"
+    "                      as on a daemon that never received one.\n"
+    "  --linein-mono       a headerless LINEIN holds one channel, not two\n"
     "  --spectrum FILE.csv write each frame's spatial spectrum (181 values, -90..+90)\n"
     "  --picture FILE.png  draw the spatial spectrum over time with the published\n"
     "                      direction traced over it\n"
@@ -38,6 +42,7 @@ const char kUsage[] =
 
 struct Options {
   std::string arrayPath, linePath, csvPath, picturePath;
+  int rawLineChannels = REPLAY_LINEIN_CHANNELS;
 };
 
 int usageError(const std::string &message) {
@@ -54,7 +59,9 @@ int parse(int argc, char **argv, Options *opt) {
       fputs(kUsage, stdout);
       return 0;
     }
-    if (arg == "--spectrum" || arg == "--picture") {
+    if (arg == "--linein-mono") {
+      opt->rawLineChannels = 1;
+    } else if (arg == "--spectrum" || arg == "--picture") {
       if (i + 1 >= argc) return usageError(arg + " needs a file name");
       (arg == "--spectrum" ? opt->csvPath : opt->picturePath) = argv[++i];
     } else if (arg.size() > 1 && arg[0] == '-') {
@@ -82,7 +89,7 @@ int main(int argc, char **argv) {
   if (parsed >= 0) return parsed;
 
   ReplayInput input;
-  std::string err = replayLoad(opt.arrayPath, opt.linePath, &input);
+  std::string err = replayLoad(opt.arrayPath, opt.linePath, opt.rawLineChannels, &input);
   if (!err.empty()) return fail(err);
   const size_t frames = replayFrameCount(input);
 

@@ -8,7 +8,8 @@ void putS16(uint8_t *p, int16_t v) {
 }
 }  // namespace
 
-std::string replayLoad(const std::string &arrayPath, const std::string &linePath, ReplayInput *in) {
+std::string replayLoad(const std::string &arrayPath, const std::string &linePath, int rawLineChannels,
+                       ReplayInput *in) {
   std::string err = wavRead(arrayPath, &in->array);
   if (!err.empty()) return err;
   if (in->array.channels != REPLAY_MICS)
@@ -24,7 +25,7 @@ std::string replayLoad(const std::string &arrayPath, const std::string &linePath
     if (err.empty() && line.sampleRate != REPLAY_RATE)
       err = linePath + ": sample rate " + std::to_string(line.sampleRate) + " Hz, the line-in runs at 48000 Hz";
   } else {
-    err = rawS16Read(linePath, REPLAY_LINEIN_CHANNELS, REPLAY_RATE, &line);
+    err = rawS16Read(linePath, rawLineChannels, REPLAY_RATE, &line);
   }
   if (!err.empty()) return err;
   in->reference.resize(line.frames());

@@ -10,7 +10,10 @@
 constexpr int REPLAY_MICS = 8;
 constexpr int REPLAY_FRAME = 960;             // samples per channel per frame
 constexpr int REPLAY_RATE = 48000;
-constexpr int REPLAY_LINEIN_CHANNELS = 2;     // the daemon's headerless line-in recording
+// Headerless line-in recordings of the daemon: the capture worker's
+// /tmp/recCapAudioLinein.wav holds stereo, the angle module's
+// /tmp/angleRecCapAudioAlgLinein.wav holds the mono reference blocks.
+constexpr int REPLAY_LINEIN_CHANNELS = 2;
 constexpr double REPLAY_FRAME_SECONDS = static_cast<double>(REPLAY_FRAME) / REPLAY_RATE;
 
 struct ReplayInput {
@@ -20,9 +23,11 @@ struct ReplayInput {
 
 // Loads the microphone recording (a WAV; the daemon's own recordings with
 // placeholder sizes included) and, if linePath is not empty, the line-in (a WAV
-// whose first channel is taken, or headerless stereo S16_LE whose left channel
-// is taken). Returns an empty string or an error message.
-std::string replayLoad(const std::string &arrayPath, const std::string &linePath, ReplayInput *in);
+// whose first channel is taken, or headerless S16_LE with rawLineChannels
+// channels, whose first (left) channel is taken). Returns an empty string or an
+// error message.
+std::string replayLoad(const std::string &arrayPath, const std::string &linePath, int rawLineChannels,
+                       ReplayInput *in);
 
 // Number of whole frames in the microphone recording.
 size_t replayFrameCount(const ReplayInput &in);

@@ -128,15 +128,15 @@ std::vector<float> loadMono(const std::string &path) {
   return resample(mono, wav.sampleRate, kRate);
 }
 
-std::vector<float> loadTalker(const std::string &spec) {
+std::vector<float> loadTalker(const std::string &source) {
   const std::string synthetic = "synthetic:";
-  if (spec == "none") return {};
-  if (spec.compare(0, synthetic.size(), synthetic) == 0) {
-    const double seconds = number("synthetic talker", spec.c_str() + synthetic.size());
+  if (source == "none") return {};
+  if (source.compare(0, synthetic.size(), synthetic) == 0) {
+    const double seconds = number("synthetic talker", source.c_str() + synthetic.size());
     if (seconds <= 0) throw Failure{"synthetic talker needs a positive length", true};
     return makeVoicedSpeech(seconds, kRate, kSyntheticSeed);
   }
-  return loadMono(spec);
+  return loadMono(source);
 }
 
 // Scales a signal so that its active power is `dbfs` relative to full scale

@@ -1,0 +1,103 @@
+// Both capture workers at once, fed known recordings through paced FIFOs:
+// each endpoint's pool receives exactly the recorded bytes, in order.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+#include <vector>
+
+#include "common/shared_word.h"
+#include "endpoint_fixture.h"
+#include "feed.h"
+
+using ::testing::internal::CaptureStdout;
+using ::testing::internal::GetCapturedStdout;
+
+namespace {
+
+constexpr unsigned kPeriods = 12;  // a quarter of a second per endpoint
+
+std::vector<uint8_t> recording(unsigned channels, uint8_t seed) {
+  std::vector<uint8_t> bytes(size_t(kPeriods) * FEED_PERIOD_FRAMES * channels * 2);
+  for (size_t i = 0; i < bytes.size(); i++) bytes[i] = uint8_t(i * 31 + i / 509 + seed);
+  return bytes;
+}
+
+// Feeds the whole recording, then keeps the FIFO open (the capture waits for
+// more) until released.
+class Feeder {
+ public:
+  Feeder(std::string fifo, const std::vector<uint8_t> &bytes, unsigned channels)
+      : thread_([this, fifo, &bytes, channels] {
+          int fd = open(fifo.c_str(), O_WRONLY);
+          if (fd < 0) return;
+          fcntl(fd, F_SETPIPE_SZ, int(FEED_PIPE_BYTES));
+          FeedOptions options;
+          options.speed = 4;  // faster than real time, still paced
+          feedPeriods(fd, bytes, channels, options);
+          while (!release_) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+          close(fd);
+        }) {}
+  ~Feeder() {
+    release_ = true;
+    thread_.join();
+  }
+  void release() { release_ = true; }
+
+ private:
+  std::atomic<bool> release_{false};
+  std::thread thread_;
+};
+
+bool waitForBytes(const BuffPool &pool, uint64_t bytes) {
+  for (int i = 0; i < 1000 && sharedLoad(pool.writeBuffPoolNum) < bytes; i++)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  return sharedLoad(pool.writeBuffPoolNum) >= bytes;
+}
+
+std::vector<uint8_t> drain(BuffPool &pool, size_t bytes) {
+  std::vector<uint8_t> out(bytes);
+  int32_t len = int32_t(bytes);
+  EXPECT_EQ(buffpool_rw(&pool, BUFFPOOL_READ, out.data(), &len), 0);
+  return out;
+}
+
+}  // namespace
+
+using CaptureWorkers = AudioTest;
+
+TEST_F(CaptureWorkers, PoolsReceiveExactlyTheFedRecordingsInOrderForBothEndpoints) {
+  const std::vector<uint8_t> mic = recording(8, 1), line = recording(2, 2);
+  Feeder micFeeder(alsa.makeCaptureFifo(3), mic, 8);
+  Feeder lineFeeder(alsa.makeCaptureFifo(2), line, 2);
+
+  const int mask = AUDIOPROCESS_DIGITMIC | AUDIOPROCESS_LINEIN;
+  CaptureStdout();
+  ASSERT_EQ(velquare_audioprocess_init(mask), 0);
+  velquare_audioprocess_proc_start(mask);
+  AudioEndpoint &micEp = gEndpoints[EP_DIGITMIC];
+  AudioEndpoint &lineEp = gEndpoints[EP_LINEIN];
+  bool micDone = waitForBytes(micEp.pool, mic.size());
+  bool lineDone = waitForBytes(lineEp.pool, line.size());
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));  // nothing more may arrive
+  uint64_t micWritten = sharedLoad(micEp.pool.writeBuffPoolNum);
+  uint64_t lineWritten = sharedLoad(lineEp.pool.writeBuffPoolNum);
+  EXPECT_TRUE(drain(micEp.pool, mic.size()) == mic);
+  EXPECT_TRUE(drain(lineEp.pool, line.size()) == line);
+
+  // Shut down: end the read loops, let the blocked reads return, tear down.
+  sharedStore(micEp.stop, 1);
+  sharedStore(lineEp.stop, 1);
+  micFeeder.release();
+  lineFeeder.release();
+  velquare_audioprocess_uninit(mask);
+  std::string out = GetCapturedStdout();
+  ASSERT_TRUE(micDone && lineDone) << out;
+  EXPECT_EQ(micWritten, mic.size());
+  EXPECT_EQ(lineWritten, line.size());
+  EXPECT_EQ(micEp.chunk_bytes, 32768);
+  EXPECT_EQ(lineEp.chunk_bytes, 4096);
+}
