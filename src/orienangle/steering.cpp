@@ -66,10 +66,13 @@ void steeringBuild(OrienComplex (*steering)[ORIEN_BINS][ORIEN_MIC_NUM], Steering
     }
   }
   // Lanes past a = 90 only fill out the last group.
-  if (scanTable != nullptr)
-    for (auto &bin : scanTable->w)
-      for (int a = SCAN_HALF_ANGLES; a < SCAN_GROUPS * SCAN_LANES; ++a)
-        for (auto &weights : bin[a / SCAN_LANES]) weights[0][a % SCAN_LANES] = weights[1][a % SCAN_LANES] = 0.0f;
+  if (scanTable == nullptr) return;
+  for (auto &bin : scanTable->w)
+    for (int a = SCAN_HALF_ANGLES; a < SCAN_GROUPS * SCAN_LANES; ++a)
+      for (auto &weights : bin[a / SCAN_LANES]) {
+        weights[0][a % SCAN_LANES] = 0.0f;
+        weights[1][a % SCAN_LANES] = 0.0f;
+      }
 }
 
 void steeringScanTableBuild(const OrienComplex (*steering)[ORIEN_BINS][ORIEN_MIC_NUM],
