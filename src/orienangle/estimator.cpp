@@ -1,19 +1,38 @@
 #include "orienangle/estimator.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 
 #include "orienangle/steering.h"
 
+namespace {
+
+// Sets every byte of the record to zero except those of the two steering
+// tables, which their builds write in full.
+void clearRecord(OrienAngleEstimator *est) {
+  auto *bytes = reinterpret_cast<unsigned char *>(est);
+  const size_t steering = offsetof(OrienAngleEstimator, steering);
+  const size_t afterSteering = steering + sizeof est->steering;
+  const size_t scanTable = offsetof(OrienAngleEstimator, scanSteering);
+  std::memset(bytes, 0, steering);
+  std::memset(bytes + afterSteering, 0, scanTable - afterSteering);
+  static_assert(offsetof(OrienAngleEstimator, scanSteering) + sizeof(SteeringScanTable) ==
+                    sizeof(OrienAngleEstimator),
+                "the scan table ends the record");
+}
+
+}  // namespace
+
 int orienAngleEstimatorInit(OrienAngleEstimator *est) {
-  std::memset(est, 0, sizeof *est);
+  clearRecord(est);
   est->frameCursor = 0;
   est->curAngle = ANGLE_NONE;
   est->prevAngle = ANGLE_NONE;
   est->idleFrames = 0;
   for (auto &slot : est->peakAngles)
     for (auto &angle : slot) angle = ANGLE_NONE;
-  steeringBuild(est->steering);
+  steeringBuild(est->steering, &est->scanSteering);
   noiseTrackerInit(&est->micNoise);
   noiseTrackerInit(&est->refNoise);
   noiseTrackerInit(&est->spareNoise);

@@ -2,8 +2,9 @@
 //
 // The record holds everything the estimator remembers: the steering table of the
 // array, per-stream sample histories, the 100-slot per-frame result rings indexed
-// by frameCursor, three noise trackers, the voice model's state and a scratch area
-// for one frame's working storage. It is one heap block (about 6.2 MB); nothing is
+// by frameCursor, three noise trackers, the voice model's state, a scratch area
+// for one frame's working storage and the steering table's independent quarter
+// laid out for the angle scan. It is one heap block (about 7.6 MB); nothing is
 // allocated per frame. Only the angle worker thread touches it.
 #pragma once
 #include <cstdint>
@@ -11,6 +12,7 @@
 #include "orienangle/estimator_constants.h"
 #include "orienangle/noise_tracker.h"
 #include "orienangle/spectrum.h"
+#include "orienangle/steering.h"
 #include "orienangle/voice_model/rnnoise.h"
 
 // Working storage of one pipeline call; contents do not carry between frames.
@@ -56,6 +58,7 @@ struct OrienAngleEstimator {
   DenoiseState *denoiser;                               // owned voice-model state
   float refHistory[ORIEN_HISTORY];                      // loudspeaker reference history
   OrienAngleScratch scratch;                            // one frame's working storage
+  SteeringScanTable scanSteering;                       // steering, laid out for the scan
 };
 
 // Allocates the record in one block, initialises it and creates the voice-model

@@ -2,6 +2,9 @@
 
 #include <cmath>
 
+#include "orienangle/scan_vector.h"
+#include "orienangle/steering.h"
+
 void spatialPickPeaks(const float *p, uint32_t *peaks) {
   const int none = ANGLE_NONE;
   int c0 = none, c1 = none, c2 = none;
@@ -85,6 +88,91 @@ int spatialSpectrumScanReference(OrienAngleEstimator *est,
   return best;
 }
 
+namespace {
+
+// Steered power of one bin for the directions of one lane group and their mirrors.
+// Lane l of A is direction a = g * SCAN_LANES + l, lane l of B is 180 - a. Each
+// lane runs the plain scan's operations in its order: microphones 0..7 from 0,
+//   yr += sr * xr - si * xi,  yi += si * xr + sr * xi,
+// then sum += ((yr * yr + yi * yi) * w) / norm. The four products are shared:
+// B's weights are A's conjugates, and microphone 7 - m's are m's conjugates, and
+// with a negated si the plain operations give exactly
+//   sr * xr - (-si) * xi = p1 + p2,   (-si) * xr + sr * xi = p4 - p3.
+struct BinLanes {
+  ScanVec xr[ORIEN_MIC_NUM], xi[ORIEN_MIC_NUM];  // the bin's spectra, in every lane
+  ScanVec weight, norm;
+};
+
+inline void scanGroup(const BinLanes &bin, const float *s, ScanVec *sumA, ScanVec *sumB) {
+  ScanVec yrA{}, yiA{}, yrB{}, yiB{};
+  for (int m = 0; m < SCAN_HALF_MICS; ++m) {
+    const ScanVec sr = scanLoad(s + (2 * m) * SCAN_LANES);
+    const ScanVec si = scanLoad(s + (2 * m + 1) * SCAN_LANES);
+    const ScanVec p1 = sr * bin.xr[m], p2 = si * bin.xi[m];
+    const ScanVec p3 = si * bin.xr[m], p4 = sr * bin.xi[m];
+    yrA += p1 - p2;
+    yiA += p3 + p4;
+    yrB += p1 + p2;
+    yiB += p4 - p3;
+  }
+  for (int m = SCAN_HALF_MICS; m < ORIEN_MIC_NUM; ++m) {
+    const int opposite = ORIEN_MIC_NUM - 1 - m;
+    const ScanVec sr = scanLoad(s + (2 * opposite) * SCAN_LANES);
+    const ScanVec si = scanLoad(s + (2 * opposite + 1) * SCAN_LANES);
+    const ScanVec p1 = sr * bin.xr[m], p2 = si * bin.xi[m];
+    const ScanVec p3 = si * bin.xr[m], p4 = sr * bin.xi[m];
+    yrA += p1 + p2;
+    yiA += p4 - p3;
+    yrB += p1 - p2;
+    yiB += p3 + p4;
+  }
+  *sumA += ((yrA * yrA + yiA * yiA) * bin.weight) / bin.norm;
+  *sumB += ((yrB * yrB + yiB * yiB) * bin.weight) / bin.norm;
+}
+
+}  // namespace
+
 int spatialSpectrumScan(OrienAngleEstimator *est, const OrienComplex (*spectra)[ORIEN_SPECTRUM_BINS]) {
-  return spatialSpectrumScanReference(est, spectra);
+  // Steered power of every direction, bins in increasing order, all directions at
+  // once: 0..90 in the A lanes, 180..90 in the B lanes.
+  ScanVec sumA[SCAN_GROUPS], sumB[SCAN_GROUPS];
+  for (int g = 0; g < SCAN_GROUPS; ++g) sumA[g] = sumB[g] = ScanVec{};
+  const SteeringScanTable &table = est->scanSteering;
+  BinLanes bin;
+  for (int k = ORIEN_SCAN_FIRST_BIN; k < ORIEN_BINS; ++k) {
+    if (est->binSelected[k] == 0) continue;
+    bin.weight = scanSplat(std::sqrt(est->binPower[k] / (est->micNoise.binNoise[k] + SCAN_NOISE_EPS)));
+    bin.norm = scanSplat(est->binPower[k] + SCAN_POWER_EPS);
+    for (int m = 0; m < ORIEN_MIC_NUM; ++m) {
+      bin.xr[m] = scanSplat(spectra[m][k].re);
+      bin.xi[m] = scanSplat(spectra[m][k].im);
+    }
+    const float *s = &table.w[k - ORIEN_SCAN_FIRST_BIN][0][0][0][0];
+    for (int g = 0; g < SCAN_GROUPS; ++g, s += SCAN_HALF_MICS * 2 * SCAN_LANES)
+      scanGroup(bin, s, &sumA[g], &sumB[g]);
+  }
+
+  float power[ORIEN_ANGLE_NUM];
+  const int last = ORIEN_ANGLE_NUM - 1;
+  for (int g = 0; g < SCAN_GROUPS; ++g)
+    for (int lane = 0; lane < SCAN_LANES; ++lane) {
+      const int a = g * SCAN_LANES + lane;
+      if (a <= ORIEN_ANGLE_BROADSIDE) power[a] = scanLane(sumA[g], lane);
+      if (a < ORIEN_ANGLE_BROADSIDE) power[last - a] = scanLane(sumB[g], lane);
+    }
+
+  // Global maximum by the plain scan's rule: from 0.0 at 90, strictly greater replaces.
+  int best = ORIEN_ANGLE_BROADSIDE;
+  float bestPower = 0.0f;
+  for (int a = 0; a < ORIEN_ANGLE_NUM; ++a) {
+    if (power[a] > bestPower) {
+      bestPower = power[a];
+      best = a;
+    }
+  }
+
+  const uint32_t slot = est->frameCursor;
+  for (int a = 0; a < ORIEN_ANGLE_NUM; ++a) est->angleSpectrum[slot][a] = power[a];
+  spatialPickPeaks(power, est->peakAngles[slot]);
+  return best;
 }

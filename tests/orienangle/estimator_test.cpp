@@ -27,6 +27,7 @@ TEST(Estimator, CreationSetsTheDocumentedDefaultsAndZeroesEverythingElse) {
   std::memcpy(copy.get(), est, sizeof *est);
   std::memset(copy->peakAngles, 0, sizeof copy->peakAngles);
   std::memset(copy->steering, 0, sizeof copy->steering);
+  std::memset(&copy->scanSteering, 0, sizeof copy->scanSteering);
   copy->curAngle = copy->prevAngle = 0;
   copy->denoiser = nullptr;
   for (NoiseTracker *t : {&copy->micNoise, &copy->refNoise, &copy->spareNoise})
