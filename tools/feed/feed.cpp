@@ -1,5 +1,7 @@
 #include "feed.h"
 
+#include "sim/wav_file.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -13,35 +15,7 @@
 namespace {
 
 constexpr size_t kSampleBytes = 2;           // S16_LE
-constexpr size_t kRiffHeaderBytes = 12;      // "RIFF" size "WAVE"
-constexpr size_t kChunkHeaderBytes = 8;      // id and size
-constexpr size_t kFmtChannelsOffset = 2;     // in the fmt chunk body
 constexpr int64_t kNanosPerSecond = 1000000000;
-
-uint32_t le32(const uint8_t *p) { return p[0] | p[1] << 8 | p[2] << 16 | uint32_t(p[3]) << 24; }
-uint16_t le16(const uint8_t *p) { return uint16_t(p[0] | p[1] << 8); }
-
-bool parseWav(const std::vector<uint8_t> &file, FeedInput *input, std::string *error) {
-  size_t pos = kRiffHeaderBytes;
-  unsigned channels = 0;
-  while (pos + kChunkHeaderBytes <= file.size()) {
-    const uint8_t *chunk = &file[pos];
-    uint32_t size = le32(chunk + 4);
-    size_t body = pos + kChunkHeaderBytes;
-    if (memcmp(chunk, "fmt ", 4) == 0 && body + kFmtChannelsOffset + 2 <= file.size()) {
-      channels = le16(&file[body + kFmtChannelsOffset]);
-    } else if (memcmp(chunk, "data", 4) == 0) {
-      // Recordings of the daemon carry placeholder sizes: take the rest of the file.
-      size_t end = size > file.size() - body ? file.size() : body + size;
-      input->channels = channels;
-      input->samples.assign(file.begin() + body, file.begin() + end);
-      return true;
-    }
-    pos = body + size + (size & 1);
-  }
-  *error = "no data chunk in WAV file";
-  return false;
-}
 
 void addNanos(timespec *t, int64_t nanos) {
   int64_t total = int64_t(t->tv_nsec) + nanos;
@@ -64,17 +38,22 @@ bool writeAll(int fd, const uint8_t *data, size_t bytes) {
 }  // namespace
 
 bool feedLoad(const std::string &path, FeedInput *input, std::string *error) {
+  if (wavFileHasHeader(path)) {
+    WavData wav;
+    *error = wavRead(path, &wav);
+    if (!error->empty()) return false;
+    input->channels = unsigned(wav.channels);
+    input->samples.resize(wav.samples.size() * kSampleBytes);
+    memcpy(input->samples.data(), wav.samples.data(), input->samples.size());  // little-endian, as S16_LE
+    return true;
+  }
   std::ifstream in(path, std::ios::binary);
   if (!in) {
     *error = "cannot open " + path;
     return false;
   }
-  std::vector<uint8_t> file((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  if (file.size() >= kRiffHeaderBytes && memcmp(file.data(), "RIFF", 4) == 0 &&
-      memcmp(file.data() + 8, "WAVE", 4) == 0)
-    return parseWav(file, input, error);
   input->channels = 0;
-  input->samples = std::move(file);
+  input->samples.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
   return true;
 }
 
