@@ -8,7 +8,7 @@ namespace {
 
 constexpr double kUint32Limit = 4294967295.0;
 
-void resetFrame(uint8_t *frame) { memset(frame, LEVEL_CODE_SILENT, LEVEL_REPORT_BYTES); }
+void resetFrame(uint8_t *frame) { memset(frame, kLevelSilent, LEVEL_REPORT_BYTES); }
 
 // Chooses the code byte of one channel and finishes its printed line.
 uint8_t levelCode(uint8_t dbVal, const LevelThresholds &t) {
@@ -18,14 +18,14 @@ uint8_t levelCode(uint8_t dbVal, const LevelThresholds &t) {
   }
   if (dbVal >= t.micDBmax) {
     putchar('\n');
-    return LEVEL_CODE_LOUD;
+    return kLevelAdequate;
   }
   if (dbVal >= t.micDBmin) {
     puts("->lowVolum");
-    return LEVEL_CODE_QUIET;
+    return kLevelLow;
   }
   puts("->noVolum");
-  return LEVEL_CODE_SILENT;
+  return kLevelSilent;
 }
 
 // Energy sums are double: 250 frames of full-scale samples reach 2.6e14.
@@ -54,7 +54,7 @@ void lineReport(LevelMeter *m, const LevelThresholds &t) {
   double mean;
   uint8_t dbVal = levelDbValue(m->linePower, &mean);
   printf("MLineIn:%lf, DBVal:%d", mean, dbVal);
-  m->levelFrame[LEVEL_REPORT_LINEIN] = levelCode(dbVal, t);
+  m->levelFrame[kLevelLineInOffset] = levelCode(dbVal, t);
   m->linePower = 0.0;
 }
 
@@ -75,8 +75,7 @@ uint8_t levelDbValue(double energy, double *meanOut) {
 void levelMeterInit(LevelMeter *m) {
   memset(m, 0, sizeof *m);
   resetFrame(m->levelFrame);
-  m->levelFrame[0] = LEVEL_REPORT_HEADER;
-  m->levelFrame[LEVEL_REPORT_CHECKSUM] = 0x90;  // 9 x 0x10, the checksum of an empty report
+  hostSealLevelFrame(m->levelFrame);  // checksum 0x90: nine "silent" codes
 }
 
 void levelMeterAddMic(LevelMeter *m, const int16_t *interleaved, const LevelThresholds &t) {
@@ -105,10 +104,7 @@ bool levelMeterTakeReport(LevelMeter *m, uint8_t out[LEVEL_REPORT_BYTES]) {
   if ((m->readyMask & (LEVEL_READY_MIC | LEVEL_READY_LINE)) !=
       (LEVEL_READY_MIC | LEVEL_READY_LINE))
     return false;
-  m->levelFrame[0] = LEVEL_REPORT_HEADER;
-  uint32_t sum = 0;
-  for (int i = 1; i < LEVEL_REPORT_CHECKSUM; ++i) sum += m->levelFrame[i];
-  m->levelFrame[LEVEL_REPORT_CHECKSUM] = static_cast<uint8_t>(sum);
+  hostSealLevelFrame(m->levelFrame);
   m->readyMask = 0;
   memcpy(out, m->levelFrame, LEVEL_REPORT_BYTES);
   resetFrame(m->levelFrame);

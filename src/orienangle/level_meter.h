@@ -4,16 +4,12 @@
 #pragma once
 #include <cstdint>
 
+#include "hostlink/host_frames.h"
+
 constexpr int LEVEL_MIC_CHANNELS = 8;
 constexpr int LEVEL_FRAME_SAMPLES = 960;
 constexpr int32_t LEVEL_PERIOD_FRAMES = 250;  // 5 s of 20 ms frames
-constexpr int LEVEL_REPORT_BYTES = 11;         // 0xFF, 8 microphone codes, line-in code, checksum
-constexpr int LEVEL_REPORT_LINEIN = 9;         // offset of the line-in code
-constexpr int LEVEL_REPORT_CHECKSUM = 10;
-constexpr uint8_t LEVEL_REPORT_HEADER = 0xFF;
-constexpr uint8_t LEVEL_CODE_LOUD = 0x01;      // at or above micDBmax
-constexpr uint8_t LEVEL_CODE_QUIET = 0x20;     // below micDBmax, at or above micDBmin
-constexpr uint8_t LEVEL_CODE_SILENT = 0x10;    // below micDBmin; also the code of "no report yet"
+constexpr int LEVEL_REPORT_BYTES = kLevelFrameSize;  // layout and codes in hostlink/host_frames.h
 constexpr double LEVEL_ENERGY_DIVISOR = 5.0;   // the host's thresholds are in this unit
 constexpr uint32_t LEVEL_READY_MIC = 1;
 constexpr uint32_t LEVEL_READY_LINE = 2;
