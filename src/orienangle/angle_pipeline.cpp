@@ -34,9 +34,9 @@ int firstMaximum(const float *v) {
   return best;
 }
 
-// Step 2: bands above three times their noise.
 }  // namespace
 
+// Step 2: bands above three times their noise.
 void angleBandTest(OrienAngleEstimator *est) {
   const uint32_t slot = est->frameCursor;
   uint32_t hits = 0;
@@ -90,9 +90,9 @@ void voiceDecision(OrienAngleEstimator *est, const float *frame) {
   est->vadFlag[est->frameCursor] = voiced ? 1u : 0u;
 }
 
-// Step 6: ten consecutive samples within +-1 anywhere in the frame (runs cross planes).
 }  // namespace
 
+// Step 6: ten consecutive samples within +-1 anywhere in the frame (runs cross planes).
 bool angleDigitalSilence(const float *frame) {
   int run = 0;
   for (int i = 0; i < ORIEN_MIC_NUM * ORIEN_FRAME_SIZE; ++i) {
