@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <deque>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "hostlink/host_command.h"
@@ -78,45 +79,31 @@ TEST(HostDecode, RecognisesCommandsAndIgnoresMalformedFrames) {
   EXPECT_EQ(start.b, 0x1E);
 }
 
-struct ThresholdCase {
-  uint8_t a, b;
-  int32_t retMode;
-  uint32_t max, min;
-};
-
-class HostThresholds : public testing::TestWithParam<ThresholdCase> {};
-
-TEST_P(HostThresholds, FollowSwapAndDefaultRules) {
-  const ThresholdCase c = GetParam();
-  const TestThresholds t = hostTestThresholds(c.a, c.b);
-  EXPECT_EQ(t.sendRetMode, c.retMode);
-  EXPECT_EQ(t.micDBmax, c.max);
-  EXPECT_EQ(t.micDBmin, c.min);
+TEST(HostThresholds, FollowSwapAndDefaultRules) {
+  struct { uint8_t a, b; int32_t retMode; uint32_t max, min; } const cases[] = {
+      {0x12, 0x05, 0, 18, 5},     // plain
+      {0x00, 0x00, 0, 95, 90},    // both defaulted
+      {0x85, 0x1E, 1, 30, 5},     // raw dB, swapped
+      {0x32, 0x00, 0, 50, 90},    // lower default lands above the upper
+      {0x00, 0x05, 0, 5, 90},     // swap brings a zero lower threshold
+      {0x80, 0x00, 1, 95, 90},    // raw dB bit alone
+      {0xFF, 0xFF, 1, 127, 127},  // bit 7 of B is dropped
+      {0x14, 0x14, 0, 20, 20},    // equal: no swap
+  };
+  for (const auto &c : cases) {
+    const TestThresholds t = hostTestThresholds(c.a, c.b);
+    EXPECT_EQ(std::make_tuple(t.sendRetMode, t.micDBmax, t.micDBmin), std::make_tuple(c.retMode, c.max, c.min))
+        << std::hex << int(c.a) << " " << int(c.b);
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Edges, HostThresholds,
-    testing::Values(ThresholdCase{0x12, 0x05, 0, 18, 5},      // plain
-                    ThresholdCase{0x00, 0x00, 0, 95, 90},     // both defaulted
-                    ThresholdCase{0x85, 0x1E, 1, 30, 5},      // raw dB, swapped
-                    ThresholdCase{0x32, 0x00, 0, 50, 90},     // lower default lands above the upper
-                    ThresholdCase{0x00, 0x05, 0, 5, 90},      // swap brings a zero lower threshold
-                    ThresholdCase{0x80, 0x00, 1, 95, 90},     // raw dB bit alone
-                    ThresholdCase{0xFF, 0xFF, 1, 127, 127},   // bit 7 of B is dropped
-                    ThresholdCase{0x14, 0x14, 0, 20, 20}));   // equal: no swap
-
-TEST(HostReader, SkipsGarbageAndWaitsThroughEmptyReceivesForSplitFrames) {
-  EXPECT_THAT(readAll({{0x00, 0x12, 0xFF, 0x81, 0x01, 0x0D, 0x00, 0x02, 0xFF},
-                       {0x81}, {}, {}, {0x01, 0x0E}, {}, {0x12}, {0x01, 0xFF}}),
-              ElementsAre(K::GetPosition, K::StopTest));
-}
-
-TEST(HostReader, ReadsBackToBackFramesAndDropsBadOnes) {
-  EXPECT_THAT(readAll({{0x81, 0x01, 0x0E, 0x7F, 0x00, 0xFE,    // bad end byte
-                        0x81, 0x01, 0x0D, 0x00, 0x01, 0xFF,    // reboot
-                        0x81, 0x01, 0x0E, 0x12, 0x01, 0xFF,    // stop test
-                        0x81, 0x01, 0x0D}}),                   // partial: never completes
-              ElementsAre(K::Ignored, K::Reboot, K::StopTest));
+TEST(HostReader, SkipsGarbageReadsSplitAndBackToBackFramesAndDropsBadOnes) {
+  EXPECT_THAT(readAll({{0x00, 0x12, 0xFF, 0x81, 0x01, 0x0D, 0x00, 0x02, 0xFF},  // garbage first
+                       {0x81}, {}, {}, {0x01, 0x0E}, {}, {0x12}, {0x01, 0xFF},     // split by empty receives
+                       {0x81, 0x01, 0x0E, 0x7F, 0x00, 0xFE,                        // bad end byte
+                        0x81, 0x01, 0x0D, 0x00, 0x01, 0xFF,                        // reboot
+                        0x81, 0x01, 0x0D}}),                                       // partial: never completes
+              ElementsAre(K::GetPosition, K::StopTest, K::Ignored, K::Reboot));
 }
 
 TEST(HostReader, StaysOffTheLineWhileAnUpdateOwnsIt) {

@@ -12,8 +12,6 @@
 
 #include "edge_config.h"
 
-void ptyNap() { usleep(5000); }
-
 PtyLine::PtyLine() {
   termios raw{};
   cfmakeraw(&raw);

@@ -2,6 +2,7 @@
 // sandbox's serial device path, the test plays the host on the master.
 #pragma once
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <string>
@@ -39,14 +40,12 @@ class PtyLine {
   pid_t sb_ = -1;
 };
 
-void ptyNap();  // 5 ms
-
 // Polls `done` until it holds or the time (about timeoutMs) is up.
 template <class Predicate>
 bool eventually(Predicate done, int timeoutMs = 2000) {
   for (int i = 0; i < timeoutMs / 5; ++i) {
     if (done()) return true;
-    ptyNap();
+    usleep(5000);
   }
   return done();
 }
