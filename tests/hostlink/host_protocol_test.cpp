@@ -56,7 +56,8 @@ bool becomes(const T &word, T value) {
 
 }  // namespace
 
-TEST_F(HostProtocolTest, ChangedPositionsGoOutWithCodeAndChecksum) {
+TEST_F(HostProtocolTest, ChangedPositionsGoOutWithCodeAndChecksumAndAreMirrored) {
+  ASSERT_EQ(velquare_shm_create(), 0);
   onAngleResult(37);
   EXPECT_EQ(line.receiveAll(), (Bytes{0xFF, 0x00, 0x25, 0x02, 0x01, 0x28}));
   EXPECT_EQ(lastPosi, 37);
@@ -66,6 +67,9 @@ TEST_F(HostProtocolTest, ChangedPositionsGoOutWithCodeAndChecksum) {
   onAngleResult(0xFE);
   onAngleResult(90);
   EXPECT_EQ(line.receiveAll(), positionFrame(90));
+  onAngleResult(300);  // only the low byte is stored and sent
+  EXPECT_EQ(velquare_shm_get()->position, 44);
+  EXPECT_EQ(line.receiveAll(), positionFrame(44));
 }
 
 TEST_F(HostProtocolTest, GetPositionIsAnsweredEvenWhenThePositionDidNotChange) {
@@ -82,6 +86,7 @@ TEST_F(HostProtocolTest, GetPositionIsAnsweredEvenWhenThePositionDidNotChange) {
 }
 
 TEST_F(HostProtocolTest, FirstMinuteRepeatsTheLastPositionOncePerSecondUnlessSilenced) {
+  ASSERT_EQ(velquare_shm_create(), 0);
   runSeconds = 3;
   for (int32_t HostCtrl::*flag : {&HostCtrl::testMode, &HostCtrl::isUpdating}) {
     gHostCtrl.*flag = 1;  // nothing is sent in test mode or during an update
@@ -91,6 +96,7 @@ TEST_F(HostProtocolTest, FirstMinuteRepeatsTheLastPositionOncePerSecondUnlessSil
   }
   EXPECT_TRUE(line.receiveAll().empty());
   EXPECT_EQ(lastPosi, 230);
+  EXPECT_EQ(velquare_shm_get()->position, 12);  // mirrored all the same
   EXPECT_EQ(gHostCtrl.lastResendSecond, 4u);  // the repeat clock still moved
 
   onAngleResult(230);  // unchanged, but second 5 is due
@@ -119,18 +125,6 @@ TEST_F(HostProtocolTest, ClosedLineIsOpenedByTheCallbackAndKeepsAPendingChange) 
   onAngleResult(70);
   EXPECT_EQ(gHostCtrl.uartOpened, 1);
   EXPECT_EQ(line.receiveAll(), positionFrame(70));
-}
-
-TEST_F(HostProtocolTest, EveryPositionIsMirroredIntoTheStateSegment) {
-  if (velquare_shm_create() != 0 || velquare_shm_get() == nullptr)
-    GTEST_SKIP() << "no shared state segment in this build";
-  gHostCtrl.testMode = 1;  // mirrored even when nothing is sent
-  onAngleResult(123);
-  EXPECT_EQ(velquare_shm_get()->position, 123);
-  gHostCtrl.testMode = 0;
-  onAngleResult(300);  // only the low byte is stored and sent
-  EXPECT_EQ(velquare_shm_get()->position, 44);
-  EXPECT_EQ(line.receiveAll(), positionFrame(44));
 }
 
 TEST_F(HostProtocolTest, LineCommandsSwitchTestModeAndSetThresholds) {
