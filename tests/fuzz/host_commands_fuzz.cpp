@@ -41,11 +41,7 @@ int fuzzRecv(uint8_t *buf, int len) {
   return static_cast<int>(n);
 }
 
-struct Seen {
-  HostCommandKind kind;
-  uint8_t a, b;
-};
-std::vector<Seen> seen;
+std::vector<HostCommand> seen;
 
 void check(bool ok, const char *what) {
   if (!ok) {
@@ -55,7 +51,7 @@ void check(bool ok, const char *what) {
 }
 
 void execute(const HostCommand &command) {
-  seen.push_back({command.kind, command.a, command.b});
+  seen.push_back(command);
   if (command.kind == HostCommandKind::Reboot || command.kind == HostCommandKind::Update) return;
   hostExecuteCommand(command);
   switch (command.kind) {
@@ -109,7 +105,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     }
     const HostCommand want = hostDecodeFrame(data + i);
     check(expected < seen.size(), "a frame was missed");
-    const Seen &got = seen[expected++];
+    const HostCommand &got = seen[expected++];
     check(got.kind == want.kind && got.a == want.a && got.b == want.b, "a frame was misread");
     i += kCommandFrameSize;
   }

@@ -10,22 +10,6 @@
 #include "update/ymodem_block.h"
 #include "update/ymodem_crc16.h"
 
-namespace {
-
-int blockLength(uint8_t control, const uint8_t *&data, size_t &size) {
-  switch (control & 3) {
-    case 0:
-    case 1:
-      return kYmodemBlockBytes;
-    case 2:
-      return kYmodemBlockBytes - 1 - (control >> 2 & 15);
-    default:
-      return kYmodemBlockBytes + (size > 0 ? (data[0] & 63) : 0);
-  }
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   YmodemFile file;
   velquare_ymodem_file_reset(&file);
@@ -34,7 +18,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   while (size > 0) {
     const uint8_t control = *data++;
     --size;
-    const int len = blockLength(control, data, size);
+    const int len = (control & 3) < 2    ? kYmodemBlockBytes
+                    : (control & 3) == 2 ? kYmodemBlockBytes - 1 - (control >> 2 & 15)
+                                         : kYmodemBlockBytes + (size > 0 ? (data[0] & 63) : 0);
     if (size < static_cast<size_t>(len)) break;
     memcpy(block, data, static_cast<size_t>(len));
     data += len;

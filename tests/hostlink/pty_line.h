@@ -1,6 +1,9 @@
 // A pseudo-terminal standing in for the host line: the slave appears at the
 // sandbox's serial device path, the test plays the host on the master.
 #pragma once
+#include <sys/types.h>
+#include <unistd.h>
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -20,24 +23,29 @@ class PtyLine {
   PtyLine &operator=(const PtyLine &) = delete;
 
   const std::string &slavePath() const { return slavePath_; }
-  void send(const Bytes &bytes) const;                  // host -> device
+  void send(const Bytes &bytes) const;                      // host -> device
   Bytes receive(size_t count, int timeoutMs = 2000) const;  // up to count bytes
-  Bytes receiveAll(int quietMs = 50) const;             // until the line is quiet
+  Bytes receiveAll(int quietMs = 50) const;                 // until the line is quiet
+  // Everything up to and including `until`, or all that came within timeoutMs.
+  std::string receiveUntil(const std::string &until, int timeoutMs) const;
+  // Starts lrzsz's `sb <args...>` on the host end, its messages to sb.log.
+  void startSb(const std::vector<std::string> &args);
+  bool waitSbExit(int timeoutMs);  // true once sb has ended
+  void killSb();
 
  private:
   int master_ = -1;
-  int slave_ = -1;
+  int slave_ = -1;  // kept open so the line never hangs up while the device reopens
   std::string slavePath_;
+  pid_t sb_ = -1;
 };
-
-void ptyNap();  // 5 ms
 
 // Polls `done` until it holds or the time (about timeoutMs) is up.
 template <class Predicate>
 bool eventually(Predicate done, int timeoutMs = 2000) {
   for (int i = 0; i < timeoutMs / 5; ++i) {
     if (done()) return true;
-    ptyNap();
+    usleep(5000);
   }
   return done();
 }
