@@ -101,23 +101,22 @@ TEST_F(AnglePipeline, BinSelectionNeedsThreeTimesNoiseAndOneAndAHalfTimesItsLeve
 }
 
 TEST_F(AnglePipeline, DigitalSilenceIsTenConsecutiveSamplesWithinOne) {
-  std::vector<float> frame = testsig::noiseAwayFromZero(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE, 500.0f, 4);
+  const std::vector<float> frame = testsig::noiseAwayFromZero(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE, 500.0f, 4);
   EXPECT_FALSE(angleDigitalSilence(frame.data()));
-  std::vector<float> f = frame;
-  for (int i = 0; i < 10; ++i) f[i] = 0.0f;
-  EXPECT_TRUE(angleDigitalSilence(f.data()));  // first ten samples, the rest speech
-  f = frame;
-  for (int i = 0; i < 9; ++i) f[100 + i] = 0.0f;
-  f[109] = 2.0f;
-  EXPECT_FALSE(angleDigitalSilence(f.data()));  // nine zeros then a 2
-  f = frame;
-  for (int i = 955; i < 965; ++i) f[i] = (i % 2) ? 1.9f : -1.9f;  // across a plane boundary
-  EXPECT_TRUE(angleDigitalSilence(f.data()));
+  auto withRun = [&](int from, int count, float v) {
+    std::vector<float> f = frame;
+    for (int i = from; i < from + count; ++i) f[i] = (i % 2) ? v : -v;
+    return angleDigitalSilence(f.data());
+  };
+  EXPECT_TRUE(withRun(0, 10, 0.0f));     // first ten samples, the rest speech
+  EXPECT_FALSE(withRun(100, 9, 0.0f));   // nine only
+  EXPECT_TRUE(withRun(955, 10, 1.9f));   // across a plane boundary
 }
 
 // Frames 1..4 after a decision only record; the fifth runs the loudspeaker test
-// (here suspending, so 231 and a restart); pooling starts on the tenth.
-TEST_F(AnglePipeline, UpdateGateTiming) {
+// (here suspending, so 231 and a restart); pooling starts on the tenth. After
+// 150 frames without a decision the direction is dropped.
+TEST_F(AnglePipeline, UpdateGateTimingAndStaleTimeout) {
   for (auto &flag : est_->farEndFlag) flag = 1;
   est_->farEndLatched = 1;
   agreeingHistory(100);
@@ -134,6 +133,15 @@ TEST_F(AnglePipeline, UpdateGateTiming) {
   EXPECT_TRUE(est_->curAngle == 230u && est_->idleFrames == 9);
   decideAt(9);
   EXPECT_TRUE(est_->curAngle == 100u && est_->idleFrames == 0);
+
+  SetUp();
+  est_->curAngle = 77;
+  est_->prevAngle = 12;
+  decideAt(149);
+  EXPECT_EQ(est_->curAngle, 77u);
+  decideAt(150);
+  EXPECT_TRUE(est_->curAngle == 230u && est_->prevAngle == 230u);
+  EXPECT_EQ(est_->idleFrames, 151);  // not reset: the timeout holds
 }
 
 TEST_F(AnglePipeline, LoudspeakerSuspendsOnMoreThanSixteenOfTheLastFifty) {
@@ -197,19 +205,19 @@ TEST_F(AnglePipeline, AcceptanceThresholdsAreStrict) {
   }
 }
 
-TEST_F(AnglePipeline, FarPassMatchesTheNearPoolsPeakNotTheFramesOwn) {
+// The far pass matches the near pool's peak (106), not each frame's own; pooled
+// ties go to the lower angle.
+TEST_F(AnglePipeline, PoolingFollowsTheNearPoolsPeakAndTiesGoLow) {
   setFrame(0, 100, 0.1f);
   for (int back = 1; back <= 4; ++back) {
     setFrame(back, 104);
-    for (int a = 0; a < ORIEN_ANGLE_NUM; ++a)
-      est_->angleSpectrum[slot(back)][a] = a == 106 ? 10.0f : 0.0f;
+    for (int a = 0; a < ORIEN_ANGLE_NUM; ++a) est_->angleSpectrum[slot(back)][a] = a == 106 ? 10.0f : 0.0f;
   }
   for (int back = 5; back < 80; ++back) setFrame(back, 111);  // 5 from 106, 11 from 100
   decideAt(20);
   EXPECT_EQ(est_->curAngle, 106u);
-}
 
-TEST_F(AnglePipeline, PooledTiesGoToTheLowerAngle) {
+  SetUp();
   agreeingHistory(100);
   for (int back = 0; back < 80; ++back)
     for (int a = 0; a < ORIEN_ANGLE_NUM; ++a)
@@ -237,16 +245,6 @@ TEST_F(AnglePipeline, SmoothingStepsTowardThePooledPeak) {
     EXPECT_EQ(est_->curAngle, c.published) << c.cur << " -> " << c.peak << " at " << c.idleBefore;
     EXPECT_EQ(est_->idleFrames, 0);
   }
-}
-
-TEST_F(AnglePipeline, DirectionIsDroppedAfterOneHundredFiftyFramesWithoutDecision) {
-  est_->curAngle = 77;
-  est_->prevAngle = 12;
-  decideAt(149);
-  EXPECT_EQ(est_->curAngle, 77u);
-  decideAt(150);
-  EXPECT_TRUE(est_->curAngle == 230u && est_->prevAngle == 230u);
-  EXPECT_EQ(est_->idleFrames, 151);  // not reset: the timeout holds
 }
 
 TEST_F(AnglePipeline, EveryCallPublishesLowBytesAndAdvancesBothCursors) {
