@@ -36,8 +36,6 @@ std::vector<int16_t> micFrame(const int16_t (&amplitude)[8]) {
   return f;
 }
 
-std::vector<int16_t> lineFrame(int16_t amplitude) { return std::vector<int16_t>(kSamples, amplitude); }
-
 // Over a 250-frame period a constant amplitude A gives 10 log10(48000 A^2):
 // A = 1000 -> 106, A = 10 -> 66, A = 1 -> 46, A = 0 -> 0.
 const int16_t kLoudQuietSilent[8] = {1000, 10, 1, 0, 1000, 1000, 10, 0};
@@ -45,7 +43,7 @@ const LevelThresholds kCodes = {0, 90, 50};
 
 void runPeriod(LevelMeter *m, int frames, const LevelThresholds &t, int16_t line = 1000) {
   std::vector<int16_t> mic = micFrame(kLoudQuietSilent);
-  std::vector<int16_t> ref = lineFrame(line);
+  std::vector<int16_t> ref(kSamples, line);
   for (int i = 0; i < frames; ++i) {
     levelMeterAddMic(m, mic.data(), t);
     levelMeterAddLine(m, ref.data(), t);
@@ -142,8 +140,7 @@ class ServiceTurn : public testing::Test {
     ASSERT_EQ(audioBuffSpkinCreate(), 0);
     mic_ = &velquare_audioprocess_endpoint(AUDIOPROCESS_DIGITMIC)->pool;
     line_ = &velquare_audioprocess_endpoint(AUDIOPROCESS_LINEIN)->pool;
-    ASSERT_EQ(buffpool_create(mic_), 0);
-    ASSERT_EQ(buffpool_create(line_), 0);
+    ASSERT_TRUE(buffpool_create(mic_) == 0 && buffpool_create(line_) == 0);
     ASSERT_EQ(angleServiceOpen(&svc_), 0);
     memset(&gHostCtrl, 0, sizeof gHostCtrl);
   }
@@ -158,29 +155,25 @@ class ServiceTurn : public testing::Test {
   static void push(BuffPool *pool, const void *bytes, int32_t len) {
     ASSERT_EQ(buffpool_rw(pool, BUFFPOOL_WRITE, const_cast<void *>(bytes), &len), 0);
   }
-  BuffPool *mic_ = nullptr;
-  BuffPool *line_ = nullptr;
+  BuffPool *mic_ = nullptr, *line_ = nullptr;
   AngleService svc_{};
 };
 
-TEST_F(ServiceTurn, MovesAWholeMicrophoneFrameOnlyOnceItIsComplete) {
+// A microphone frame moves only once it is complete; of the line-in only the
+// left channel is handed on.
+TEST_F(ServiceTurn, MovesWholeFramesAndTheLeftLineInChannelOnly) {
   std::vector<uint8_t> bytes(ANGLE_SERVICE_MIC_FRAME_BYTES);
   for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<uint8_t>(i);
   push(mic_, bytes.data(), ANGLE_SERVICE_MIC_FRAME_BYTES - 1);
   angleServiceTurn(&svc_);
-  EXPECT_EQ(gVelquareSpeach.setAudioBuffNum, 0u);
-  EXPECT_EQ(mic_->readBuffPoolNum, 0u);
+  EXPECT_TRUE(gVelquareSpeach.setAudioBuffNum == 0u && mic_->readBuffPoolNum == 0u);
   push(mic_, bytes.data() + ANGLE_SERVICE_MIC_FRAME_BYTES - 1, 1);
-  angleServiceTurn(&svc_);
-  EXPECT_EQ(gVelquareSpeach.setAudioBuffNum, static_cast<uint64_t>(ANGLE_SERVICE_MIC_FRAME_BYTES));
-  EXPECT_EQ(0, memcmp(gVelquareSpeach.audioBuff, bytes.data(), bytes.size()));
-}
-
-TEST_F(ServiceTurn, HandsOnTheLeftLineInChannelOnly) {
   std::vector<int16_t> stereo(2 * kSamples, -7);
   for (int i = 0; i < kSamples; ++i) stereo[2 * i] = static_cast<int16_t>(i);
   push(line_, stereo.data(), ANGLE_SERVICE_LINE_FRAME_BYTES);
   angleServiceTurn(&svc_);
+  EXPECT_EQ(gVelquareSpeach.setAudioBuffNum, static_cast<uint64_t>(ANGLE_SERVICE_MIC_FRAME_BYTES));
+  EXPECT_EQ(0, memcmp(gVelquareSpeach.audioBuff, bytes.data(), bytes.size()));
   ASSERT_EQ(gVelquareSpeach.setAudioBuffSpkinNum, static_cast<uint64_t>(ANGLE_SERVICE_REF_BYTES));
   const int16_t *ref = reinterpret_cast<const int16_t *>(gVelquareSpeach.audioBuffSpkin);
   for (int i = 0; i < kSamples; ++i) ASSERT_EQ(ref[i], i);
