@@ -82,7 +82,8 @@ TEST_F(AngleModule, InitRejectsEachBadArgumentWithItsLineAndAcceptsBothRatesAndD
     EXPECT_EQ(velquare_orienAngle_init(c.mic, c.frame, c.rate, c.bits, nullptr), -1);
     char expected[160];
     snprintf(expected, sizeof expected,
-             "------err: velquare_orienAngle_init 476 ---> micNum[%d], frameSize[%d], sampleRate[%d], bitDepth[%d]\n",
+             "------err: velquare_orienAngle_init 476 ---> micNum[%d], frameSize[%d], "
+             "sampleRate[%d], bitDepth[%d]\n",
              c.mic, c.frame, c.rate, c.bits);
     EXPECT_EQ(GetCapturedStdout(), expected);
     EXPECT_EQ(gVelquareSpeach.inited, 1u) << "a failed init still counts as started";

@@ -63,14 +63,16 @@ TEST(LevelMeter, DbValueIsTruncatedAndSilenceIsZero) {
 TEST(LevelMeter, CodesForLoudQuietAndSilentChannels) {
   LevelMeter m;
   levelMeterInit(&m);
-  const uint8_t silent[LEVEL_REPORT_BYTES] = {0xFF, 0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x90};
+  const uint8_t silent[LEVEL_REPORT_BYTES] = {0xFF, 0x10, 0x10, 0x10, 0x10, 0x10,
+                                             0x10, 0x10, 0x10, 0x10, 0x90};
   EXPECT_EQ(0, memcmp(m.levelFrame, silent, sizeof silent));
   CaptureStdout();
   runPeriod(&m, 250, kCodes, 10);
   std::string out = GetCapturedStdout();
   uint8_t report[LEVEL_REPORT_BYTES];
   ASSERT_TRUE(levelMeterTakeReport(&m, report));
-  const uint8_t expected[LEVEL_REPORT_BYTES] = {0xFF, 0x01, 0x20, 0x10, 0x10, 0x01, 0x01, 0x20, 0x10, 0x20, 0x93};
+  const uint8_t expected[LEVEL_REPORT_BYTES] = {0xFF, 0x01, 0x20, 0x10, 0x10, 0x01,
+                                                0x01, 0x20, 0x10, 0x20, 0x93};
   EXPECT_EQ(0, memcmp(report, expected, sizeof report));
   for (uint8_t b : m.levelFrame) EXPECT_EQ(b, 0x10);
   EXPECT_THAT(out, HasSubstr("\nMDitgitMic(ch1):48000000000.000000, DBVal:106\n"));
@@ -87,7 +89,8 @@ TEST(LevelMeter, RawDbValuesInSendRetMode) {
   GetCapturedStdout();
   uint8_t report[LEVEL_REPORT_BYTES];
   ASSERT_TRUE(levelMeterTakeReport(&m, report));
-  const uint8_t expected[LEVEL_REPORT_BYTES] = {0xFF, 106, 66, 46, 0, 106, 106, 66, 0, 106, (106 * 4 + 66 * 2 + 46) & 0xFF};
+  const uint8_t expected[LEVEL_REPORT_BYTES] = {0xFF, 106, 66,  46, 0, 106,
+                                                106,  66,  0, 106, (106 * 4 + 66 * 2 + 46) & 0xFF};
   EXPECT_EQ(0, memcmp(report, expected, sizeof report));
 }
 

@@ -126,7 +126,8 @@ TEST_F(ScanIdentity, ExtremeSpectrumScalesGiveIdenticalResults) {
   std::memcpy(saved, spectra(), sizeof saved);
   for (float scale : {1e-19f, 1e-16f, 1e17f, 1e19f, 0.0f}) {  // and zero spectra
     for (int m = 0; m < ORIEN_MIC_NUM; ++m)
-      for (int k = 0; k < ORIEN_SPECTRUM_BINS; ++k) spectra()[m][k] = {saved[m][k].re * scale, saved[m][k].im * scale};
+      for (int k = 0; k < ORIEN_SPECTRUM_BINS; ++k)
+        spectra()[m][k] = {saved[m][k].re * scale, saved[m][k].im * scale};
     for (double density : {0.5, 1.0}) {
       selectRandomBins(density);
       expectIdentical("scaled");

@@ -95,7 +95,8 @@ TEST_F(SpatialScan, PlaneWaveFromAKnownDirectionPeaksWithinOneDegree) {
     const int best = spatialSpectrumScan(est_, spectra());
     EXPECT_LE(std::fabs(best - (theta + 90.0)), 1.0) << "theta " << theta;
     EXPECT_EQ(static_cast<int>(est_->peakAngles[7][0]), best) << "theta " << theta;
-    EXPECT_EQ(est_->angleSpectrum[7][best], *std::max_element(est_->angleSpectrum[7], est_->angleSpectrum[7] + 181));
+    const float *row = est_->angleSpectrum[7];
+    EXPECT_EQ(row[best], *std::max_element(row, row + ORIEN_ANGLE_NUM));
   }
 }
 

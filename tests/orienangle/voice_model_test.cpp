@@ -97,11 +97,11 @@ TEST(VoiceModel, SpeechReadsAsVoiceAlsoInNoise) {
     double minVoiced, minOpen;
   } cases[] = {
       {"synthetic", voiced, 1.0f, 0.6, 0.5},
-      {"synthetic in pink noise at 10 dB", withNoise(makeVoicedSpeech(6.0, kRate, 6), NoiseColour::Pink, 10.0),
-       0.5f, 0.35, -1.0},
+      {"synthetic in pink noise at 10 dB",
+       withNoise(makeVoicedSpeech(6.0, kRate, 6), NoiseColour::Pink, 10.0), 0.5f, 0.35, -1.0},
       {"espeak", espeak, 0.5f, 0.6, -1.0},
-      {"espeak in white noise at 10 dB", espeak.empty() ? espeak : withNoise(espeak, NoiseColour::White, 10.0),
-       0.5f, 0.5, -1.0},
+      {"espeak in white noise at 10 dB",
+       espeak.empty() ? espeak : withNoise(espeak, NoiseColour::White, 10.0), 0.5f, 0.5, -1.0},
   };
   for (const Case &c : cases) {
     if (c.signal.empty()) continue;  // espeak-ng not installed
@@ -154,7 +154,7 @@ TEST(VoiceModel, GainsReleaseNoFasterThanTheFloorAndVoiceEndsAfterTheTalker) {
     ASSERT_TRUE(frames[f].probability >= 0.0f && frames[f].probability <= 1.0f) << f;
     for (int b = 0; b < kBands; ++b) {
       const float floor = 0.6f * frames[f - 1].gains[b];
-      ASSERT_TRUE(frames[f].gains[b] >= floor && frames[f].gains[b] <= 1.0f) << "frame " << f << " band " << b;
+      ASSERT_TRUE(frames[f].gains[b] >= floor && frames[f].gains[b] <= 1.0f) << f << " band " << b;
       releasedAtFloor += frames[f].gains[b] == floor && floor > 0.01f;
     }
   }
@@ -189,7 +189,8 @@ TEST(VoiceModel, InitZeroFillsAndRestartsLikeAFreshState) {
   const std::vector<FrameResult> a = used.run(x), b = fresh.run(x);
   ASSERT_EQ(a.size(), b.size());
   for (size_t f = 0; f < a.size(); ++f)
-    ASSERT_TRUE(a[f].probability == b[f].probability && !memcmp(a[f].gains, b[f].gains, sizeof a[f].gains)) << f;
+    ASSERT_TRUE(a[f].probability == b[f].probability && !memcmp(a[f].gains, b[f].gains, sizeof b[f].gains))
+        << f;
 }
 
 TEST(VoiceModel, FullScaleClippedInputStaysFinite) {
