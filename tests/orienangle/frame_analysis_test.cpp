@@ -34,19 +34,6 @@ TEST(FrameAnalysis, SpeechDecisionNeedsALowBandExcessNotMatchedHigh) {
   EXPECT_EQ(frameSpeechDecision(15.002f, 10.001f), 1);
 }
 
-TEST(FrameAnalysis, SilenceKeepsEnergiesZeroNoiseAtFloorAndNoSpeech) {
-  FrontEnd fe;
-  std::vector<float> frame(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE, 0.0f);
-  for (int i = 0; i < 12; ++i) {
-    fe.est->speechFlag[fe.est->frameCursor] = 1;
-    fe.run(frame.data());
-    ASSERT_EQ(fe.est->speechFlag[fe.est->frameCursor], 0u);
-  }
-  for (int b = 0; b < ORIEN_BANDS; ++b)
-    EXPECT_TRUE(fe.est->bandEnergy[b] == 0.0f && fe.est->micNoise.chanNoise[b] == 0.01f) << b;
-  EXPECT_TRUE(fe.est->micNoise.voiceMetric == 32 && fe.est->micNoise.forcedUpdate == 1);
-}
-
 // A continuous tone centred on bin 100, microphone m at (m + 1) A / 4: each
 // spectrum holds half that times 3840/4096 there (plus a little leakage of the
 // negative-frequency image through the zero pad), and the bin power sums the eight.
@@ -73,19 +60,6 @@ TEST(FrameAnalysis, BinPowerSumsTheMicrophonesAndBandsUseMicrophoneZero) {
   const double mag0 = 0.25 * amplitude * 0.5 * 0.9375;
   EXPECT_GT(fe.est->bandEnergy[5], mag0 * mag0);
   EXPECT_LT(fe.est->bandEnergy[5], 1.1 * mag0 * mag0);
-}
-
-TEST(FrameAnalysis, BandEnergyRingSmoothsAgainstThePreviousSlotWithWrap) {
-  FrontEnd fe;
-  std::vector<float> frame = testsig::noise(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE, 300.0f, 11);
-  for (int i = 0; i < ORIEN_BANDS; ++i) fe.est->bandEnergyRing[7][i] = 1000.0f * (i + 1);
-  fe.est->ringCursor = 0;
-  fe.run(frame.data());
-  for (int i = 0; i < ORIEN_BANDS; ++i)
-    EXPECT_EQ(fe.est->bandEnergyRing[0][i],
-              static_cast<float>(0.2 * fe.est->bandEnergy[i] + 0.8 * 1000.0f * (i + 1)))
-        << i;
-  EXPECT_EQ(fe.est->ringCursor, 0u);  // the pipeline advances it
 }
 
 // After a quiet start-up, a loud low tone is speech; loud broadband noise, which
