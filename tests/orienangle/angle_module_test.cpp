@@ -37,7 +37,6 @@ uint32_t countingCallback(uint32_t position) {
   return 0;
 }
 
-// Waits (bounded) until the worker has reported `count` frames.
 bool waitForCallbacks(uint32_t count, int seconds = 5) {
   for (int i = 0; i < 100 * seconds && sharedLoad(callbackCount) < count; ++i)
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -50,8 +49,11 @@ std::vector<uint8_t> pattern(size_t bytes, uint8_t seed) {
   return v;
 }
 
-uint64_t angleRingFreeForTest() {
-  return kRing - (gVelquareSpeach.setAudioBuffNum - sharedLoad(gVelquareSpeach.getAudioBuffNum));
+// Paces a writer so that the worker's ring never drops a frame.
+void waitForRoom() {
+  while (gVelquareSpeach.setAudioBuffNum - sharedLoad(gVelquareSpeach.getAudioBuffNum) >
+         static_cast<uint64_t>(kRing - kFrame))
+    usleep(1000);
 }
 
 class AngleModule : public testing::Test {
@@ -68,37 +70,30 @@ class AngleModule : public testing::Test {
     ASSERT_EQ(audioBuffCreate(), 0);
     ASSERT_EQ(audioBuffSpkinCreate(), 0);
   }
-  static uint64_t micUsed() {
-    return gVelquareSpeach.setAudioBuffNum - gVelquareSpeach.getAudioBuffNum;
-  }
+  static uint64_t micUsed() { return gVelquareSpeach.setAudioBuffNum - gVelquareSpeach.getAudioBuffNum; }
 };
 
-TEST_F(AngleModule, InitRejectsEachBadArgumentWithItsLine) {
+TEST_F(AngleModule, InitRejectsEachBadArgumentWithItsLineAndAcceptsBothRatesAndDepths) {
   struct Case { int32_t mic, frame, rate, bits; };
   const Case bad[] = {{8, 0, 48000, 16},  {8, -960, 48000, 16}, {0, 960, 48000, 16},
                       {8, 960, 44100, 16}, {8, 960, 48000, 24},  {-1, 960, 16000, 8}};
   for (const Case &c : bad) {
     CaptureStdout();
     EXPECT_EQ(velquare_orienAngle_init(c.mic, c.frame, c.rate, c.bits, nullptr), -1);
-    std::string out = GetCapturedStdout();
     char expected[160];
     snprintf(expected, sizeof expected,
              "------err: velquare_orienAngle_init 476 ---> micNum[%d], frameSize[%d], "
              "sampleRate[%d], bitDepth[%d]\n",
              c.mic, c.frame, c.rate, c.bits);
-    EXPECT_EQ(out, expected);
+    EXPECT_EQ(GetCapturedStdout(), expected);
     EXPECT_EQ(gVelquareSpeach.inited, 1u) << "a failed init still counts as started";
     EXPECT_FALSE(angleWorkerActive());
   }
-}
-
-TEST_F(AngleModule, InitAcceptsBothRatesAndDepthsAndPrintsParameters) {
+  // Both rates and depths are accepted; the parameters are printed.
   CaptureStdout();
   ASSERT_EQ(velquare_orienAngle_init(8, 480, 16000, 8, nullptr), 0);
-  std::string out = GetCapturedStdout();
-  EXPECT_EQ(out,
-            "velquare_orienAngle_init : \nmicNum     : 8\nframeSize  : 480\n"
-            "sampleRate : 16000\nbitDepth   : 8\n");
+  EXPECT_EQ(GetCapturedStdout(), "velquare_orienAngle_init : \nmicNum     : 8\nframeSize  : 480\n"
+                                 "sampleRate : 16000\nbitDepth   : 8\n");
   EXPECT_EQ(gVelquareSpeach.algChannels, 8);
   EXPECT_TRUE(angleWorkerActive());
   velquare_orienAngle_uninit();
@@ -134,17 +129,14 @@ TEST_F(AngleModule, RingTakesExactlyItsFreeSpaceAndDropsOneByteMoreWhole) {
   CaptureStdout();
   EXPECT_EQ(velquare_orienAngle_writeAudioData(data.data(), 1), 0) << "a drop is not an error";
   EXPECT_EQ(GetCapturedStdout(),
-            "audio is full, gVelquareSpeach.setAudioBuffNum - gVelquareSpeach.getAudioBuffNum "
-            ": 0\n");
+            "audio is full, gVelquareSpeach.setAudioBuffNum - gVelquareSpeach.getAudioBuffNum : 0\n");
   EXPECT_EQ(micUsed(), static_cast<uint64_t>(kRing));
 
-  // The reference ring follows the same rule with its own message.
+  // The reference ring follows the same rule.
   EXPECT_EQ(velquare_orienAngle_writeAudioSpkinData(data.data(), kRing), 0);
   CaptureStdout();
   velquare_orienAngle_writeAudioSpkinData(data.data(), kBlock);
-  EXPECT_THAT(GetCapturedStdout(),
-              HasSubstr("gVelquareSpeach.setAudioBuffSpkinNum - "
-                        "gVelquareSpeach.getAudioBuffSpkinNum : 0\n"));
+  EXPECT_THAT(GetCapturedStdout(), HasSubstr("getAudioBuffSpkinNum : 0\n"));
   EXPECT_EQ(gVelquareSpeach.setAudioBuffSpkinNum, static_cast<uint64_t>(kRing));
 }
 
@@ -168,11 +160,9 @@ TEST_F(AngleModule, RingOperationBoundaries) {
   std::vector<uint8_t> buf(kFrame);
   int32_t len = kFrame;
   CaptureStdout();
-  EXPECT_EQ(audioBuffOp(ANGLE_RING_READ, buf.data(), &len), -1);
-  EXPECT_EQ(audioBuffSpkinOp(ANGLE_RING_WRITE, buf.data(), &len), -1);
-  EXPECT_EQ(GetCapturedStdout(),
-            "err: audio buff not init Or Audio buff is NULL\n"
-            "err: audio buff Spkin not init Or Audio buff is NULL\n");
+  EXPECT_EQ(audioBuffOp(ANGLE_RING_READ, buf.data(), &len), -1) << "no ring";
+  EXPECT_EQ(audioBuffSpkinOp(ANGLE_RING_WRITE, buf.data(), &len), -1) << "no ring";
+  GetCapturedStdout();
 
   ringsOnly();
   int32_t almost = kFrame - 1;
@@ -206,30 +196,26 @@ TEST_F(AngleModule, ProcessRefusesBadInputAndAnswersNoneBeforeInit) {
   EXPECT_EQ(velquare_orienAngle_process(frame.data(), kFrame), 230u);
 }
 
-TEST_F(AngleModule, WorkerReportsEveryFrameOnceEvenWithoutReference) {
+// One callback per frame even without reference; uninit waits for the worker
+// and later writes find no ring.
+TEST_F(AngleModule, WorkerReportsEveryFrameOnceAndStopsOnUninit) {
   ASSERT_EQ(velquare_orienAngle_init(8, 960, 48000, 16, countingCallback), 0);
   std::vector<uint8_t> frame = pattern(kFrame, 9);
-  for (int i = 0; i < 25; ++i) {  // more than the ring holds, paced so nothing drops
-    while (gVelquareSpeach.setAudioBuffNum - sharedLoad(gVelquareSpeach.getAudioBuffNum) >=
-           static_cast<uint64_t>(kRing - kFrame))
-      usleep(1000);
+  for (int i = 0; i < 25; ++i) {  // more than the ring holds
+    waitForRoom();
     ASSERT_EQ(velquare_orienAngle_writeAudioData(frame.data(), kFrame), 0);
   }
   ASSERT_TRUE(waitForCallbacks(25));
   usleep(50000);
   EXPECT_EQ(sharedLoad(callbackCount), 25u) << "one callback per frame, none extra";
-  uint32_t p = sharedLoad(lastPosition);
+  const uint32_t p = sharedLoad(lastPosition);
   EXPECT_TRUE(p <= 180 || p == 230 || p == 231) << p;
-}
 
-TEST_F(AngleModule, UninitWaitsForTheWorkerAndLateWritesFindNoRing) {
-  ASSERT_EQ(velquare_orienAngle_init(8, 960, 48000, 16, countingCallback), 0);
-  std::vector<uint8_t> frame(kFrame);
   for (int i = 0; i < 10; ++i) velquare_orienAngle_writeAudioData(frame.data(), kFrame);
-  ASSERT_TRUE(waitForCallbacks(1));
+  ASSERT_TRUE(waitForCallbacks(26));
   EXPECT_EQ(velquare_orienAngle_uninit(), 0);
   EXPECT_FALSE(angleWorkerActive());
-  uint32_t seen = sharedLoad(callbackCount);
+  const uint32_t seen = sharedLoad(callbackCount);
   CaptureStdout();
   EXPECT_EQ(velquare_orienAngle_writeAudioData(frame.data(), kFrame), 0);
   EXPECT_EQ(GetCapturedStdout(), "err: audio buff not init Or Audio buff is NULL\n");
@@ -288,14 +274,14 @@ TEST_F(AngleModule, MarkerFileSwitchesTheInputRecordings) {
   velquare_orienAngle_uninit();
 }
 
-uint32_t firstNear = 0;  // frames until the first position within 2 degrees of the talker
+uint32_t firstNear = 0;  // callbacks until the first position within 2 degrees of the talker
 uint32_t farPositions = 0;
 uint32_t talkerIndex = 0;
 
 uint32_t directionCallback(uint32_t position) {
-  uint32_t n = sharedLoad(callbackCount) + 1;
+  const uint32_t n = sharedLoad(callbackCount) + 1;
   if (position <= 180) {
-    bool near = position + 2 >= talkerIndex && position <= talkerIndex + 2;
+    const bool near = position + 2 >= talkerIndex && position <= talkerIndex + 2;
     if (near && sharedLoad(firstNear) == 0) sharedStore(firstNear, n);
     if (!near) sharedStore(farPositions, sharedLoad(farPositions) + 1);
   }
@@ -303,36 +289,29 @@ uint32_t directionCallback(uint32_t position) {
   return 0;
 }
 
-// The whole chain below the service thread: interleaved frames of a
-// simulated talker in, the talker's direction out through the callback.
+// The whole chain below the service thread: interleaved 16-bit frames of a
+// simulated talker (after 1 s of background noise) in, its direction out.
 TEST_F(AngleModule, SimulatedTalkerDirectionReachesTheCallback) {
-  constexpr int kTheta = -40;
-  constexpr int kLeadFrames = 50;  // 1 s of background noise first
-  constexpr int kFrames = kLeadFrames + 150;
+  constexpr int kTheta = -40, kLead = 50, kFrames = kLead + 150;
+  const size_t n = kFrames * 960;
   talkerIndex = planeWaveAngleIndex(kTheta);
-  std::vector<float> speech = makeVoicedSpeech(3.0, 48000, 3);
-  std::vector<float> source(kFrames * 960, 0.0f);
-  std::copy(speech.begin(), speech.begin() + 150 * 960, source.begin() + kLeadFrames * 960);
-  size_t n = source.size();
-  std::vector<float> planes(8 * n);
+  std::vector<float> speech = makeVoicedSpeech(3.0, 48000, 3), source(n, 0.0f), planes(8 * n);
+  std::copy(speech.begin(), speech.begin() + 150 * 960, source.begin() + kLead * 960);
   planeWaveRender(source.data(), n, kTheta, planes.data());
   for (int m = 0; m < 8; ++m) {
     std::vector<float> noise = makeNoise(NoiseColour::White, n, 20 + m);
     for (size_t i = 0; i < n; ++i) planes[m * n + i] = 0.1f * planes[m * n + i] + 3e-4f * noise[i];
   }
-
   ASSERT_EQ(velquare_orienAngle_init(8, 960, 48000, 16, directionCallback), 0);
   std::vector<int16_t> frame(960 * 8);
   for (int f = 0; f < kFrames; ++f) {
-    for (int i = 0; i < 960; ++i)
-      for (int m = 0; m < 8; ++m)
-        frame[8 * i + m] = floatToS16(planes[m * n + f * 960 + i]);
-    while (angleRingFreeForTest() < static_cast<uint64_t>(kFrame)) usleep(1000);
+    for (int i = 0; i < 960 * 8; ++i) frame[i] = floatToS16(planes[(i % 8) * n + f * 960 + i / 8]);
+    waitForRoom();
     velquare_orienAngle_writeAudioData(reinterpret_cast<uint8_t *>(frame.data()), kFrame);
   }
   ASSERT_TRUE(waitForCallbacks(kFrames, 120)) << "the estimator is slow under emulation";
   EXPECT_GT(sharedLoad(firstNear), 0u) << "the talker's direction was never reported";
-  EXPECT_LT(sharedLoad(firstNear), kLeadFrames + 100u) << "about 1.1 s of speech is enough";
+  EXPECT_LT(sharedLoad(firstNear), kLead + 100u) << "about 1.1 s of speech is enough";
   EXPECT_EQ(sharedLoad(farPositions), 0u);
 }
 

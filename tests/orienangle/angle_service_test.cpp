@@ -36,8 +36,6 @@ std::vector<int16_t> micFrame(const int16_t (&amplitude)[8]) {
   return f;
 }
 
-std::vector<int16_t> lineFrame(int16_t amplitude) { return std::vector<int16_t>(kSamples, amplitude); }
-
 // Over a 250-frame period a constant amplitude A gives 10 log10(48000 A^2):
 // A = 1000 -> 106, A = 10 -> 66, A = 1 -> 46, A = 0 -> 0.
 const int16_t kLoudQuietSilent[8] = {1000, 10, 1, 0, 1000, 1000, 10, 0};
@@ -45,7 +43,7 @@ const LevelThresholds kCodes = {0, 90, 50};
 
 void runPeriod(LevelMeter *m, int frames, const LevelThresholds &t, int16_t line = 1000) {
   std::vector<int16_t> mic = micFrame(kLoudQuietSilent);
-  std::vector<int16_t> ref = lineFrame(line);
+  std::vector<int16_t> ref(kSamples, line);
   for (int i = 0; i < frames; ++i) {
     levelMeterAddMic(m, mic.data(), t);
     levelMeterAddLine(m, ref.data(), t);
@@ -61,9 +59,13 @@ TEST(LevelMeter, DbValueIsTruncatedAndSilenceIsZero) {
   EXPECT_EQ(levelDbValue(1e30, &mean), 293 - 256) << "293 dB, low 8 bits only";
 }
 
+// The level frame reads silent before the first report and again after each send.
 TEST(LevelMeter, CodesForLoudQuietAndSilentChannels) {
   LevelMeter m;
   levelMeterInit(&m);
+  const uint8_t silent[LEVEL_REPORT_BYTES] = {0xFF, 0x10, 0x10, 0x10, 0x10, 0x10,
+                                             0x10, 0x10, 0x10, 0x10, 0x90};
+  EXPECT_EQ(0, memcmp(m.levelFrame, silent, sizeof silent));
   CaptureStdout();
   runPeriod(&m, 250, kCodes, 10);
   std::string out = GetCapturedStdout();
@@ -72,6 +74,7 @@ TEST(LevelMeter, CodesForLoudQuietAndSilentChannels) {
   const uint8_t expected[LEVEL_REPORT_BYTES] = {0xFF, 0x01, 0x20, 0x10, 0x10, 0x01,
                                                 0x01, 0x20, 0x10, 0x20, 0x93};
   EXPECT_EQ(0, memcmp(report, expected, sizeof report));
+  for (uint8_t b : m.levelFrame) EXPECT_EQ(b, 0x10);
   EXPECT_THAT(out, HasSubstr("\nMDitgitMic(ch1):48000000000.000000, DBVal:106\n"));
   EXPECT_THAT(out, HasSubstr("MDitgitMic(ch2):4800000.000000, DBVal:66->lowVolum\n"));
   EXPECT_THAT(out, HasSubstr("MDitgitMic(ch4):0.000000, DBVal:0->noVolum\n"));
@@ -86,13 +89,12 @@ TEST(LevelMeter, RawDbValuesInSendRetMode) {
   GetCapturedStdout();
   uint8_t report[LEVEL_REPORT_BYTES];
   ASSERT_TRUE(levelMeterTakeReport(&m, report));
-  const uint8_t codes[9] = {106, 66, 46, 0, 106, 106, 66, 0, 106};
-  EXPECT_EQ(0, memcmp(report + 1, codes, 9));
-  uint32_t sum = 0;
-  for (uint8_t c : codes) sum += c;
-  EXPECT_EQ(report[10], static_cast<uint8_t>(sum));
+  const uint8_t expected[LEVEL_REPORT_BYTES] = {0xFF, 106, 66,  46, 0, 106,
+                                                106,  66,  0, 106, (106 * 4 + 66 * 2 + 46) & 0xFF};
+  EXPECT_EQ(0, memcmp(report, expected, sizeof report));
 }
 
+// A report needs a full period of both the microphones and the line-in.
 TEST(LevelMeter, ReportsAfterThe250thFrameNotThe249th) {
   LevelMeter m;
   levelMeterInit(&m);
@@ -106,31 +108,12 @@ TEST(LevelMeter, ReportsAfterThe250thFrameNotThe249th) {
   GetCapturedStdout();
   EXPECT_TRUE(levelMeterTakeReport(&m, report));
   EXPECT_FALSE(levelMeterTakeReport(&m, report)) << "one report per period";
-}
 
-TEST(LevelMeter, NoReportUntilBothMicrophonesAndLineInHaveOne) {
-  LevelMeter m;
-  levelMeterInit(&m);
   std::vector<int16_t> mic = micFrame(kLoudQuietSilent);
-  uint8_t report[LEVEL_REPORT_BYTES];
   CaptureStdout();
   for (int i = 0; i < 600; ++i) levelMeterAddMic(&m, mic.data(), kCodes);
   GetCapturedStdout();
   EXPECT_FALSE(levelMeterTakeReport(&m, report)) << "no line-in, no level frame";
-}
-
-TEST(LevelMeter, CodesReadSilentBeforeTheFirstReportAndAfterEachSend) {
-  LevelMeter m;
-  levelMeterInit(&m);
-  const uint8_t initial[LEVEL_REPORT_BYTES] = {0xFF, 0x10, 0x10, 0x10, 0x10, 0x10,
-                                               0x10, 0x10, 0x10, 0x10, 0x90};
-  EXPECT_EQ(0, memcmp(m.levelFrame, initial, sizeof initial));
-  uint8_t report[LEVEL_REPORT_BYTES];
-  CaptureStdout();
-  runPeriod(&m, 250, kCodes);
-  GetCapturedStdout();
-  ASSERT_TRUE(levelMeterTakeReport(&m, report));
-  for (uint8_t b : m.levelFrame) EXPECT_EQ(b, 0x10);
 }
 
 TEST(LevelMeter, LeavingTestModeRestartsTheCountButKeepsTheSums) {
@@ -160,8 +143,7 @@ class ServiceTurn : public testing::Test {
     ASSERT_EQ(audioBuffSpkinCreate(), 0);
     mic_ = &velquare_audioprocess_endpoint(AUDIOPROCESS_DIGITMIC)->pool;
     line_ = &velquare_audioprocess_endpoint(AUDIOPROCESS_LINEIN)->pool;
-    ASSERT_EQ(buffpool_create(mic_), 0);
-    ASSERT_EQ(buffpool_create(line_), 0);
+    ASSERT_TRUE(buffpool_create(mic_) == 0 && buffpool_create(line_) == 0);
     ASSERT_EQ(angleServiceOpen(&svc_), 0);
     memset(&gHostCtrl, 0, sizeof gHostCtrl);
   }
@@ -176,32 +158,25 @@ class ServiceTurn : public testing::Test {
   static void push(BuffPool *pool, const void *bytes, int32_t len) {
     ASSERT_EQ(buffpool_rw(pool, BUFFPOOL_WRITE, const_cast<void *>(bytes), &len), 0);
   }
-  BuffPool *mic_ = nullptr;
-  BuffPool *line_ = nullptr;
+  BuffPool *mic_ = nullptr, *line_ = nullptr;
   AngleService svc_{};
 };
 
-TEST_F(ServiceTurn, MovesAWholeMicrophoneFrameOnlyOnceItIsComplete) {
+// A microphone frame moves only once it is complete; of the line-in only the
+// left channel is handed on.
+TEST_F(ServiceTurn, MovesWholeFramesAndTheLeftLineInChannelOnly) {
   std::vector<uint8_t> bytes(ANGLE_SERVICE_MIC_FRAME_BYTES);
   for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<uint8_t>(i);
   push(mic_, bytes.data(), ANGLE_SERVICE_MIC_FRAME_BYTES - 1);
   angleServiceTurn(&svc_);
-  EXPECT_EQ(gVelquareSpeach.setAudioBuffNum, 0u);
-  EXPECT_EQ(mic_->readBuffPoolNum, 0u);
+  EXPECT_TRUE(gVelquareSpeach.setAudioBuffNum == 0u && mic_->readBuffPoolNum == 0u);
   push(mic_, bytes.data() + ANGLE_SERVICE_MIC_FRAME_BYTES - 1, 1);
+  std::vector<int16_t> stereo(2 * kSamples, -7);
+  for (int i = 0; i < kSamples; ++i) stereo[2 * i] = static_cast<int16_t>(i);
+  push(line_, stereo.data(), ANGLE_SERVICE_LINE_FRAME_BYTES);
   angleServiceTurn(&svc_);
   EXPECT_EQ(gVelquareSpeach.setAudioBuffNum, static_cast<uint64_t>(ANGLE_SERVICE_MIC_FRAME_BYTES));
   EXPECT_EQ(0, memcmp(gVelquareSpeach.audioBuff, bytes.data(), bytes.size()));
-}
-
-TEST_F(ServiceTurn, HandsOnTheLeftLineInChannelOnly) {
-  std::vector<int16_t> stereo(2 * kSamples);
-  for (int i = 0; i < kSamples; ++i) {
-    stereo[2 * i] = static_cast<int16_t>(i);
-    stereo[2 * i + 1] = -7;
-  }
-  push(line_, stereo.data(), ANGLE_SERVICE_LINE_FRAME_BYTES);
-  angleServiceTurn(&svc_);
   ASSERT_EQ(gVelquareSpeach.setAudioBuffSpkinNum, static_cast<uint64_t>(ANGLE_SERVICE_REF_BYTES));
   const int16_t *ref = reinterpret_cast<const int16_t *>(gVelquareSpeach.audioBuffSpkin);
   for (int i = 0; i < kSamples; ++i) ASSERT_EQ(ref[i], i);
@@ -219,12 +194,9 @@ TEST_F(ServiceTurn, TestModeMetersInsteadOfFeedingTheModule) {
     push(line_, stereo.data(), ANGLE_SERVICE_LINE_FRAME_BYTES);
     angleServiceTurn(&svc_);
   }
-  std::string out = GetCapturedStdout();
-  EXPECT_EQ(gVelquareSpeach.setAudioBuffNum, 0u);
-  EXPECT_EQ(gVelquareSpeach.setAudioBuffSpkinNum, 0u);
-  EXPECT_THAT(out, HasSubstr("MLineIn:48000000000.000000, DBVal:106\n"));
+  EXPECT_THAT(GetCapturedStdout(), HasSubstr("MLineIn:48000000000.000000, DBVal:106\n"));
+  EXPECT_TRUE(gVelquareSpeach.setAudioBuffNum == 0u && gVelquareSpeach.setAudioBuffSpkinNum == 0u);
   EXPECT_EQ(svc_.meter.readyMask, 0u) << "the report of the period went out";
-  for (uint8_t b : svc_.meter.levelFrame) EXPECT_EQ(b, 0x10);
 }
 
 // Waits (bounded) for a condition the service thread brings about.

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <vector>
 
@@ -11,45 +12,34 @@
 
 namespace {
 
-struct Peaks {
-  uint32_t c[3];
-};
+using Peaks = std::array<uint32_t, 3>;
 
 Peaks pick(const std::vector<float> &p) {
   Peaks r{};
-  spatialPickPeaks(p.data(), r.c);
+  spatialPickPeaks(p.data(), r.data());
   return r;
-}
-
-void expectPeaks(const Peaks &got, uint32_t c0, uint32_t c1, uint32_t c2) {
-  EXPECT_EQ(got.c[0], c0);
-  EXPECT_EQ(got.c[1], c1);
-  EXPECT_EQ(got.c[2], c2);
 }
 
 TEST(PeakPicking, EndPointsAreJudgedAsymmetricallyAndPlacedFirst) {
   std::vector<float> flat(ORIEN_ANGLE_NUM, 0.0f);
-  expectPeaks(pick(flat), 0, 230, 230);  // tie counts at 0, not at 180
+  EXPECT_EQ(pick(flat), (Peaks{0, 230, 230}));  // tie counts at 0, not at 180
 
   std::vector<float> rising(ORIEN_ANGLE_NUM);
   for (int a = 0; a < ORIEN_ANGLE_NUM; ++a) rising[a] = static_cast<float>(a);
-  expectPeaks(pick(rising), 180, 230, 230);
+  EXPECT_EQ(pick(rising), (Peaks{180, 230, 230}));
 
   std::vector<float> ends(ORIEN_ANGLE_NUM, 0.0f);
   ends[0] = 1.0f;
   ends[180] = 10.0f;
-  expectPeaks(pick(ends), 0, 180, 230);  // placed without comparing values
+  EXPECT_EQ(pick(ends), (Peaks{0, 180, 230}));  // placed without comparing values
 
-  // An interior peak stronger than the end point displaces it.
-  ends[90] = 5.0f;
-  expectPeaks(pick(ends), 90, 0, 180);
-}
+  ends[90] = 5.0f;  // a stronger interior peak displaces the end point
+  EXPECT_EQ(pick(ends), (Peaks{90, 0, 180}));
 
-TEST(PeakPicking, PlateauCountsOnceAtItsLeftEdge) {
-  std::vector<float> p(ORIEN_ANGLE_NUM, 0.0f);
-  p[0] = 1.0f;  // keep the low end from being a peak? it is: 1 >= 0
-  p[40] = p[41] = 3.0f;
-  expectPeaks(pick(p), 40, 0, 230);
+  std::vector<float> plateau(ORIEN_ANGLE_NUM, 0.0f);  // counts once, at its left edge
+  plateau[0] = 1.0f;
+  plateau[40] = plateau[41] = 3.0f;
+  EXPECT_EQ(pick(plateau), (Peaks{40, 0, 230}));
 }
 
 TEST(PeakPicking, InteriorPeaksKeepTheThreeStrongestAndEqualValuesNeverDisplace) {
@@ -60,11 +50,11 @@ TEST(PeakPicking, InteriorPeaksKeepTheThreeStrongestAndEqualValuesNeverDisplace)
   p[60] = 9.0f;
   p[90] = 7.0f;
   p[120] = 3.0f;
-  expectPeaks(pick(p), 60, 90, 30);
+  EXPECT_EQ(pick(p), (Peaks{60, 90, 30}));
   p[150] = 9.0f;  // equal to the best: goes below it
-  expectPeaks(pick(p), 60, 150, 90);
+  EXPECT_EQ(pick(p), (Peaks{60, 150, 90}));
   p[170] = 7.0f;  // equal to the third: dropped
-  expectPeaks(pick(p), 60, 150, 90);
+  EXPECT_EQ(pick(p), (Peaks{60, 150, 90}));
 }
 
 class SpatialScan : public ::testing::Test {
@@ -82,9 +72,8 @@ TEST_F(SpatialScan, NoSelectedBinGivesAZeroSpectrumAndBroadsideResult) {
   for (auto &s : est_->binSelected) s = 0;
   EXPECT_EQ(spatialSpectrumScan(est_, spectra()), 90);
   for (float v : est_->angleSpectrum[42]) ASSERT_EQ(v, 0.0f);
-  EXPECT_EQ(est_->peakAngles[42][0], 0u);
-  EXPECT_EQ(est_->peakAngles[42][1], 230u);
-  EXPECT_EQ(est_->peakAngles[42][2], 230u);
+  EXPECT_EQ((Peaks{est_->peakAngles[42][0], est_->peakAngles[42][1], est_->peakAngles[42][2]}),
+            (Peaks{0, 230, 230}));
 }
 
 // The check that matters most: a broadband source played from a known direction
@@ -106,9 +95,8 @@ TEST_F(SpatialScan, PlaneWaveFromAKnownDirectionPeaksWithinOneDegree) {
     const int best = spatialSpectrumScan(est_, spectra());
     EXPECT_LE(std::fabs(best - (theta + 90.0)), 1.0) << "theta " << theta;
     EXPECT_EQ(static_cast<int>(est_->peakAngles[7][0]), best) << "theta " << theta;
-    // The spectrum stored in the ring is what the peak was picked from.
-    EXPECT_EQ(est_->angleSpectrum[7][best], *std::max_element(est_->angleSpectrum[7],
-                                                              est_->angleSpectrum[7] + 181));
+    const float *row = est_->angleSpectrum[7];
+    EXPECT_EQ(row[best], *std::max_element(row, row + ORIEN_ANGLE_NUM));
   }
 }
 

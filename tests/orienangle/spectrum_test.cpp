@@ -2,46 +2,24 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <cstring>
 #include <vector>
 
 #include "test_signals.h"
 
 namespace {
 
-constexpr double kPi = 3.14159265358979323846;
-
 TEST(Spectrum, ImpulseOf4096GivesUnitBinsAndConstantBlockGivesItsMean) {
   std::vector<float> block(ORIEN_FFT_SIZE, 0.0f);
   std::vector<OrienComplex> out(ORIEN_SPECTRUM_BINS);
   block[0] = 4096.0f;
   spectrumTransform(out.data(), block.data());
-  for (int k = 0; k < ORIEN_SPECTRUM_BINS; ++k) {
-    ASSERT_EQ(out[k].re, 1.0f) << k;
-    ASSERT_EQ(out[k].im, 0.0f) << k;
-  }
+  for (int k = 0; k < ORIEN_SPECTRUM_BINS; ++k) ASSERT_TRUE(out[k].re == 1.0f && out[k].im == 0.0f) << k;
   block.assign(ORIEN_FFT_SIZE, 0.0f);
   for (int n = 0; n < ORIEN_BLOCK_LIVE; ++n) block[n] = 1.0f;
   spectrumTransform(out.data(), block.data());
   EXPECT_FLOAT_EQ(out[0].re, 0.9375f);  // 3840 / 4096
   EXPECT_NEAR(out[0].im, 0.0f, 1e-6f);
-}
-
-// Against a direct DFT in double: sign convention (e^{-i}) and 1/4096 scale.
-TEST(Spectrum, TransformMatchesTheScaledForwardDft) {
-  std::vector<float> block = testsig::noise(ORIEN_FFT_SIZE, 1000.0f, 7);
-  std::vector<OrienComplex> out(ORIEN_SPECTRUM_BINS);
-  spectrumTransform(out.data(), block.data());
-  for (int k : {0, 1, 37, 500, 1023, 2048}) {
-    double re = 0.0, im = 0.0;
-    for (int n = 0; n < ORIEN_FFT_SIZE; ++n) {
-      double ph = -2.0 * kPi * k * n / ORIEN_FFT_SIZE;
-      re += block[n] * std::cos(ph);
-      im += block[n] * std::sin(ph);
-    }
-    EXPECT_NEAR(out[k].re, re / 4096.0, 1e-3) << k;
-    EXPECT_NEAR(out[k].im, im / 4096.0, 1e-3) << k;
-  }
 }
 
 // The block is history + new frame + 256 zeros, and the history slides by one frame.
@@ -51,17 +29,12 @@ TEST(Spectrum, AnalysisBlockSlidesTheHistoryAndPadsWithZeros) {
   std::vector<float> frames = testsig::noise(4 * ORIEN_FRAME_SIZE, 500.0f, 3);
   for (int f = 0; f < 4; ++f)
     spectrumAnalyseBlock(history.data(), frames.data() + f * ORIEN_FRAME_SIZE, out.data());
-  // The history holds frames 1..3 in order.
   for (int i = 0; i < ORIEN_HISTORY; ++i)
     ASSERT_EQ(history[i], frames[ORIEN_FRAME_SIZE + i]) << i;
-  // The last spectrum is that of frames 0..3 followed by zeros.
   std::vector<float> block(ORIEN_FFT_SIZE, 0.0f);
   std::copy(frames.begin(), frames.end(), block.begin());
   spectrumTransform(expected.data(), block.data());
-  for (int k = 0; k < ORIEN_SPECTRUM_BINS; ++k) {
-    ASSERT_EQ(out[k].re, expected[k].re) << k;
-    ASSERT_EQ(out[k].im, expected[k].im) << k;
-  }
+  EXPECT_EQ(std::memcmp(out.data(), expected.data(), sizeof(OrienComplex) * out.size()), 0);
 }
 
 TEST(Spectrum, BandEnergiesSumTheBinsBetweenEdgesOnly) {
@@ -84,17 +57,6 @@ TEST(Spectrum, BandEnergiesSumTheBinsBetweenEdgesOnly) {
   EXPECT_EQ(e[5], 36.0f);
   EXPECT_EQ(e[16], 25.0f);
   for (int b : {2, 3, 4, 6, 15, 17, 18, 19, 20, 21}) EXPECT_EQ(e[b], 0.0f) << b;
-}
-
-TEST(Spectrum, OneTimeTablesHoldTheirFormulas) {
-  const SpectrumSharedTables &t = spectrumSharedTables();
-  double s = std::sin(0.5 * 1.5707963 / 1920);
-  double w = std::sin(1.5707963 * s * s);
-  EXPECT_EQ(t.longWindow[0], static_cast<float>(w * w / 1.25));
-  s = std::sin(959.5 * 1.5707963 / 960);
-  EXPECT_EQ(t.shortWindow[959], static_cast<float>(std::sin(1.5707963 * s * s)));
-  EXPECT_EQ(t.cosineTable[0], static_cast<float>(0.70710678));
-  EXPECT_EQ(t.cosineTable[3 * 22 + 5], static_cast<float>(std::cos(3.5 * 5 * 3.1415926 / 22)));
 }
 
 }  // namespace
