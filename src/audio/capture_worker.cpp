@@ -25,13 +25,18 @@ uint32_t pcm_read(AudioEndpoint *ep) {
   uint8_t *data = ep->audiobuf;
   uint32_t frames = 0;
   while (count > 0 && !sharedLoad(ep->stop)) {
-    snd_pcm_sframes_t r = readiFunc(ep->pcm, data, count);
+    // The exit routine and the SIGABRT handler clear the handles while this
+    // worker may still be looping: a cleared handle means the process is
+    // ending, and reading through it would assert inside libasound.
+    snd_pcm_t *pcm = sharedLoad(ep->pcm);
+    if (pcm == nullptr) break;
+    snd_pcm_sframes_t r = readiFunc(pcm, data, count);
     if (r == -EAGAIN || (r >= 0 && snd_pcm_uframes_t(r) < count)) {
-      snd_pcm_wait(ep->pcm, kWaitMillis);
+      snd_pcm_wait(pcm, kWaitMillis);
     } else if (r == -EPIPE) {
-      xrun(ep->pcm, int(ep->stream));
+      xrun(pcm, int(ep->stream));
     } else if (r == -ESTRPIPE) {
-      suspend(ep->pcm);
+      suspend(pcm);
     } else if (r < 0) {
       QV_PCM_ERROR("read error: %s", snd_strerror(int(r)));
     }
