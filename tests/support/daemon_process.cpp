@@ -23,6 +23,15 @@ std::string readFile(const std::string &path) {
   s << in.rdbuf();
   return s.str();
 }
+
+// Polls `done` every 20 ms until it holds (true) or the time is up (false).
+template <typename Done>
+bool pollUntil(std::chrono::milliseconds timeout, Done done) {
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  for (; !done(); std::this_thread::sleep_for(std::chrono::milliseconds(20)))
+    if (std::chrono::steady_clock::now() >= deadline) return false;
+  return true;
+}
 }  // namespace
 
 int countOccurrences(const std::string &haystack, const std::string &text) {
@@ -88,13 +97,13 @@ bool DaemonProcess::waitForError(const std::string &text, Timeout timeout, int c
 }
 
 bool DaemonProcess::waitForText(const std::string &file, const std::string &text, Timeout timeout, int count) {
-  const auto deadline = std::chrono::steady_clock::now() + timeout;
-  for (;;) {
+  bool found = false;
+  pollUntil(timeout, [&] {
     const bool gone = !running();  // checked before reading, so a last line before the end is seen
-    if (countOccurrences(readFile(file), text) >= count) return true;
-    if (gone || std::chrono::steady_clock::now() >= deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
+    found = countOccurrences(readFile(file), text) >= count;
+    return found || gone;
+  });
+  return found;
 }
 
 bool DaemonProcess::signal(int sig) { return pid_ > 0 && !ended_ && kill(pid_, sig) == 0; }
@@ -112,12 +121,7 @@ bool DaemonProcess::reap(bool block) {
 bool DaemonProcess::running() { return pid_ > 0 && !reap(false); }
 
 bool DaemonProcess::waitForExit(Timeout timeout) {
-  const auto deadline = std::chrono::steady_clock::now() + timeout;
-  while (running()) {
-    if (std::chrono::steady_clock::now() >= deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
-  return ended_;
+  return pollUntil(timeout, [this] { return !running(); }) && ended_;
 }
 
 int DaemonProcess::exitCode() const { return ended_ && WIFEXITED(status_) ? WEXITSTATUS(status_) : -1; }

@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 
 #include <cstdio>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -30,10 +31,9 @@ struct ReplayLine {
 // The replay tool's "time_seconds,angle_byte" lines.
 inline std::vector<ReplayLine> parseReplay(const std::string &out) {
   std::vector<ReplayLine> lines;
+  std::istringstream in(out);
   ReplayLine l{};
-  for (size_t pos = 0; pos < out.size(); pos = out.find('\n', pos) + 1) {
-    if (sscanf(out.c_str() + pos, "%lf,%d", &l.time, &l.angle) == 2) lines.push_back(l);
-    if (out.find('\n', pos) == std::string::npos) break;
-  }
+  for (std::string line; std::getline(in, line);)
+    if (sscanf(line.c_str(), "%lf,%d", &l.time, &l.angle) == 2) lines.push_back(l);
   return lines;
 }
