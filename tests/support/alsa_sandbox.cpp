@@ -9,18 +9,12 @@
 #include <cstdlib>
 #include <fstream>
 
-#include "feed.h"
-
 namespace {
-
-constexpr int kFirstDevice = 1;  // hw:0,1 analog microphones
-constexpr int kLastDevice = 3;   // hw:0,3 digital microphones
 
 // pcm.hw takes the place of the kernel's hw plugin for every card and device.
 // alsa.conf is not loaded, so the null PCM the file plugin sits on is defined here.
 std::string configText(const std::string &dir) {
-  return "# Sandbox ALSA configuration written by the tests.\n"
-         "pcm.null { type null }\n"
+  return "pcm.null { type null }\n"
          "pcm.hw {\n"
          "  @args [ CARD DEV SUBDEV ]\n"
          "  @args.CARD { type string default \"0\" }\n"
@@ -39,12 +33,9 @@ std::string configText(const std::string &dir) {
 AlsaSandbox::AlsaSandbox(const Sandbox &sandbox) : dir_(sandbox.file("alsa")), config_(dir_ + "/asound.conf") {
   mkdir(dir_.c_str(), 0755);
   std::ofstream(config_) << configText(dir_);
-  if (const char *old = getenv("ALSA_CONFIG_PATH")) {
-    previous_ = old;
-    hadPrevious_ = true;
-  }
+  if (const char *old = getenv("ALSA_CONFIG_PATH")) previous_ = old, hadPrevious_ = true;
   setenv("ALSA_CONFIG_PATH", config_.c_str(), 1);
-  for (int device = kFirstDevice; device <= kLastDevice; device++) setCaptureData(device, "");
+  for (int device : {1, 2, 3}) setCaptureData(device, "");
 }
 
 AlsaSandbox::~AlsaSandbox() {
@@ -66,8 +57,6 @@ AlsaSandbox::~AlsaSandbox() {
     unsetenv("ALSA_CONFIG_PATH");
 }
 
-std::string AlsaSandbox::capturePath(int device) const { return dir_ + "/capture" + std::to_string(device); }
-
 void AlsaSandbox::setCaptureData(int device, const std::string &bytes) const {
   removeDevice(device);
   std::ofstream(capturePath(device), std::ios::binary) << bytes;
@@ -82,13 +71,11 @@ std::string AlsaSandbox::makeCaptureFifo(int device) const {
 
 void AlsaSandbox::removeDevice(int device) const { unlink(capturePath(device).c_str()); }
 
-void AlsaSandbox::feedSilence(int device, unsigned channels) {
+void AlsaSandbox::feed(int device, unsigned channels, std::vector<uint8_t> samples, FeedOptions options) {
   signal(SIGPIPE, SIG_IGN);  // the daemon may go away while a period is written
-  std::string fifo = makeCaptureFifo(device);
-  fifos_.push_back(fifo);
-  feeders_.emplace_back([this, fifo, channels] {
-    FeedOptions options;
-    options.zerosAfter = true;
-    feedFifo(fifo, {}, channels, options, &stopFeeding_);
+  fifos_.push_back(makeCaptureFifo(device));
+  options.zerosAfter = true;
+  feeders_.emplace_back([this, fifo = fifos_.back(), channels, samples = std::move(samples), options] {
+    feedFifo(fifo, samples, channels, options, &stopFeeding_);
   });
 }

@@ -23,13 +23,10 @@ Sandbox::Sandbox() {
 }
 
 Sandbox::~Sandbox() {
-  key_t key = ftok((path_ + "/root").c_str(), 66);
-  if (key != -1) {
-    int id = shmget(key, 0, 0);
-    if (id != -1) shmctl(id, IPC_RMID, nullptr);
-  }
-  if (!previous_.empty() && chdir(previous_.c_str()) != 0) {
-  }
+  const key_t key = ftok((path_ + "/root").c_str(), 66);
+  const int id = key == -1 ? -1 : shmget(key, 0, 0);
+  if (id != -1) shmctl(id, IPC_RMID, nullptr);
+  if (!previous_.empty()) (void)!chdir(previous_.c_str());
   if (getenv("QV_KEEP_SANDBOX") == nullptr)
     (void)!system(("rm -rf '" + path_ + "'").c_str());
 }
