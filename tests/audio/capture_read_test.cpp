@@ -87,6 +87,7 @@ struct ReadCase {
   snd_pcm_state_t state;  // of a scripted PCM; OPEN: the sandbox's device
   const char *stderrRegex;
 };
+void PrintTo(const ReadCase &c, std::ostream *os) { *os << c.name; }
 
 class CaptureReadCases : public CaptureRead, public testing::WithParamInterface<ReadCase> {};
 

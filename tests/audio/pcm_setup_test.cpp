@@ -71,7 +71,8 @@ TEST_P(PcmSetup, EndpointGetsTheBoardsPeriodAndBufferSizes) {
 
 INSTANTIATE_TEST_SUITE_P(Board, PcmSetup,
                          testing::Values(Negotiated{AUDIOPROCESS_DIGITMIC, EP_DIGITMIC, 2048, 8192, 128},
-                                         Negotiated{AUDIOPROCESS_LINEIN, EP_LINEIN, 1024, 4096, 32}));
+                                         Negotiated{AUDIOPROCESS_LINEIN, EP_LINEIN, 1024, 4096, 32}),
+                         [](const auto &info) { return std::string(info.param.period == 2048 ? "DigitMic" : "LineIn"); });
 
 class PcmSetupScripted : public AudioTest {
  protected:
@@ -82,17 +83,15 @@ class PcmSetupScripted : public AudioTest {
 };
 
 TEST_F(PcmSetupScripted, RateFarFromTheRequestIsReportedWithAPlugHintOnlyForPlainNames) {
+  const std::string kWarning =
+      "Warning: rate is not accurate (requested = 48000Hz, got = 44100Hz)\n         please, try the plug plugin ";
   struct {
     const char *name;
     unsigned rate;
     std::string err;
-  } cases[] = {
-      {"hw:0,3", 44100, "Warning: rate is not accurate (requested = 48000Hz, got = 44100Hz)\n"
-                        "         please, try the plug plugin \n"},
-      {"array", 44100, "Warning: rate is not accurate (requested = 48000Hz, got = 44100Hz)\n"
-                       "         please, try the plug plugin (-Dplug:array)\n"},
-      {"hw:0,3", 47000, ""},  // within 5%
-  };
+  } cases[] = {{"hw:0,3", 44100, kWarning + "\n"},
+               {"array", 44100, kWarning + "(-Dplug:array)\n"},
+               {"hw:0,3", 47000, ""}};  // within 5%: no warning
   for (const auto &c : cases) {
     ScriptedLimits limits;
     limits.rate = c.rate;
