@@ -173,28 +173,24 @@ TEST_F(BuffPoolTest, StreamSurvivesConcurrentWriterAndReader) {
 TEST(BuffPoolByType, SelectsTheEndpointsPoolAndRefusesUnknownTypesAndDirections) {
   uint8_t buffer[16] = {};
   int32_t len = 16;
-  AudioEndpoint *linein = velquare_audioprocess_endpoint(AUDIOPROCESS_LINEIN);
-  AudioEndpoint *mic = velquare_audioprocess_endpoint(AUDIOPROCESS_DIGITMIC);
-  ASSERT_TRUE(linein && mic);
+  auto byType = [&](uint32_t type, int direction) { return buffpool_rw_by_type(type, direction, buffer, &len); };
+  BuffPool &line = velquare_audioprocess_endpoint(AUDIOPROCESS_LINEIN)->pool;
+  BuffPool &mic = velquare_audioprocess_endpoint(AUDIOPROCESS_DIGITMIC)->pool;
   CaptureStdout();
-  EXPECT_EQ(buffpool_rw_by_type(AUDIOPROCESS_LINEIN, BUFFPOOL_WRITE, buffer, &len), -1);
-  EXPECT_EQ(buffpool_rw_by_type(0, BUFFPOOL_WRITE, buffer, &len), -1);
-  EXPECT_EQ(buffpool_rw_by_type(16, 0, buffer, &len), -1);  // unknown type and direction: silent
+  EXPECT_EQ(byType(AUDIOPROCESS_LINEIN, BUFFPOOL_WRITE), -1);
+  EXPECT_EQ(byType(0, BUFFPOOL_WRITE), -1);
+  EXPECT_EQ(byType(16, 0), -1);  // unknown type and direction: silent
+  ASSERT_EQ(buffpool_create(&line) + buffpool_create(&mic), 0);
+  EXPECT_EQ(byType(AUDIOPROCESS_LINEIN, 3), -1);  // unlike buffpool_rw, an error here, and silent
   EXPECT_EQ(GetCapturedStdout(), kNotInit + "buffpool write|read err\n");
 
-  ASSERT_EQ(buffpool_create(&linein->pool), 0);
-  ASSERT_EQ(buffpool_create(&mic->pool), 0);
-  EXPECT_EQ(buffpool_rw_by_type(AUDIOPROCESS_LINEIN, BUFFPOOL_WRITE, buffer, &len), 0);
-  EXPECT_EQ(linein->pool.writeBuffPoolNum, 16u);
-  EXPECT_EQ(buffpool_rw_by_type(AUDIOPROCESS_DIGITMIC, BUFFPOOL_READ, buffer, &len), -1);
-  EXPECT_EQ(buffpool_rw_by_type(AUDIOPROCESS_LINEIN, BUFFPOOL_READ, buffer, &len), 0);
-  EXPECT_EQ(linein->pool.readBuffPoolNum, 16u);
-  CaptureStdout();
-  // Unlike buffpool_rw, an unknown direction is an error here, and silent.
-  EXPECT_EQ(buffpool_rw_by_type(AUDIOPROCESS_LINEIN, 3, buffer, &len), -1);
-  EXPECT_EQ(GetCapturedStdout(), "");
-  buffpool_delete(&linein->pool);
-  buffpool_delete(&mic->pool);
+  EXPECT_EQ(byType(AUDIOPROCESS_LINEIN, BUFFPOOL_WRITE), 0);
+  EXPECT_EQ(line.writeBuffPoolNum, 16u);
+  EXPECT_EQ(byType(AUDIOPROCESS_DIGITMIC, BUFFPOOL_READ), -1);  // the other pool is empty
+  EXPECT_EQ(byType(AUDIOPROCESS_LINEIN, BUFFPOOL_READ), 0);
+  EXPECT_EQ(line.readBuffPoolNum, 16u);
+  buffpool_delete(&line);
+  buffpool_delete(&mic);
 }
 
 }  // namespace
