@@ -8,7 +8,6 @@
 
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
 
 #include "audio/audioprocess.h"
 #include "lifecycle/build_time.h"
@@ -32,28 +31,7 @@ TEST(BuildTime, TakesTheCompilersDateAndTimeApartWithoutLeadingZeros) {
   }
 }
 
-// PCM handles on ALSA's null plugin, from a configuration that defines
-// nothing else: no sound device is touched.
-class OpenPcms : public testing::Test {
- protected:
-  void SetUp() override {
-    sandbox_.write("alsa-null.conf", "pcm.null { type null }\n");
-    setenv("ALSA_CONFIG_PATH", sandbox_.file("alsa-null.conf").c_str(), 1);
-    for (AudioEndpoint &endpoint : gEndpoints) endpoint.pcm = nullptr;
-    inAborting = 0;
-  }
-  void openPcm(AudioEndpointIndex index) {
-    snd_pcm_stream_t stream = index == EP_LINEOUT ? SND_PCM_STREAM_PLAYBACK : SND_PCM_STREAM_CAPTURE;
-    ASSERT_EQ(snd_pcm_open(&gEndpoints[index].pcm, "null", stream, 0), 0);
-  }
-  void TearDown() override {
-    for (AudioEndpoint &endpoint : gEndpoints)
-      if (endpoint.pcm != nullptr) snd_pcm_close(endpoint.pcm), endpoint.pcm = nullptr;
-  }
-  Sandbox sandbox_;
-};
-
-// Registered inside death tests: runs within exit() and says whether the
+// Registered inside the death tests: runs within exit() and says whether the
 // exit routine had cleared every handle by then.
 void reportHandles() {
   bool cleared = true;
@@ -61,23 +39,23 @@ void reportHandles() {
   fprintf(stderr, cleared ? "handles cleared\n" : "handles left open\n");
 }
 
-// (The first SIGINT/SIGTERM, which only reports, is seen on the running daemon.)
-TEST_F(OpenPcms, AbortSignalAndExitRoutineCloseEveryOpenHandleAndExitWithTheirStatus) {
-  EXPECT_EXIT(
-      {
-        openPcm(EP_DIGITMIC);
-        openPcm(EP_LINEOUT);
-        atexit(reportHandles);
-        abort_signal_handler(SIGABRT);
-      },
-      testing::ExitedWithCode(1), "Aborted by signal .*\\.\\.\\.\nhandles cleared");
-  EXPECT_EXIT(
-      {
-        for (AudioEndpointIndex index : {EP_DIGITMIC, EP_ANALOGMIC, EP_LINEIN, EP_LINEOUT}) openPcm(index);
-        atexit(reportHandles);
-        program_exit(7);
-      },
-      testing::ExitedWithCode(7), "handles cleared");
+// The first SIGINT/SIGTERM, which only reports, is seen on the running daemon.
+TEST(OpenPcms, AbortSignalAndExitRoutineCloseEveryOpenHandleAndExitWithTheirStatus) {
+  // Handles on ALSA's null plugin, from a configuration that defines nothing else.
+  Sandbox sandbox;
+  sandbox.write("alsa-null.conf", "pcm.null { type null }\n");
+  setenv("ALSA_CONFIG_PATH", sandbox.file("alsa-null.conf").c_str(), 1);
+  auto open = [](std::initializer_list<AudioEndpointIndex> indexes) {
+    for (AudioEndpointIndex i : indexes)
+      if (snd_pcm_open(&gEndpoints[i].pcm, "null", i == EP_LINEOUT ? SND_PCM_STREAM_PLAYBACK : SND_PCM_STREAM_CAPTURE,
+                       0) != 0)
+        _exit(99);
+    atexit(reportHandles);
+  };
+  EXPECT_EXIT((open({EP_DIGITMIC, EP_LINEOUT}), abort_signal_handler(SIGABRT)), testing::ExitedWithCode(1),
+              "Aborted by signal .*\\.\\.\\.\nhandles cleared");
+  EXPECT_EXIT((open({EP_DIGITMIC, EP_ANALOGMIC, EP_LINEIN, EP_LINEOUT}), program_exit(7)), testing::ExitedWithCode(7),
+              "handles cleared");
 }
 
 TEST(StateSegment, CreatesTwelveBytesReadableByASupervisor) {
