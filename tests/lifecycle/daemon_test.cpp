@@ -121,7 +121,7 @@ TEST_F(DaemonTest, AbortSignalExitsWithStatusOne) {
   auto daemon = startRunning();
   ASSERT_TRUE(daemon->signal(SIGABRT));
   ASSERT_TRUE(daemon->waitForExit());
-  EXPECT_EQ(daemon->exitCode(), 1) << daemon->describeEnd();
+  EXPECT_EQ(daemon->exitCode(), 1) << daemon->describeEnd() << "\n" << daemon->err();
   EXPECT_NE(daemon->err().find(abortLine(SIGABRT)), std::string::npos) << daemon->err();
   EXPECT_EQ(abortLines(*daemon), 1) << daemon->err();
 }
