@@ -11,7 +11,6 @@
 #include "endpoint_fixture.h"
 #include "scripted_pcm.h"
 
-using ::testing::ContainsRegex;
 using ::testing::internal::CaptureStderr;
 using ::testing::internal::CaptureStdout;
 using ::testing::internal::GetCapturedStderr;
@@ -29,12 +28,13 @@ uint32_t gNextFrame = 0;
 
 snd_pcm_sframes_t scriptedReadi(snd_pcm_t *, void *buffer, snd_pcm_uframes_t frames) {
   gRequests.push_back(frames);
+  // Each request asks for just what the chunk (2048 frames) still misses.
+  if ((gNextFrame + frames) % 2048 != 0) ADD_FAILURE() << "asked for " << frames << " frames at " << gNextFrame;
   snd_pcm_sframes_t r = snd_pcm_sframes_t(frames);
   if (!gScript.empty()) {
-    r = gScript.front();
+    r = std::min(gScript.front(), r);
     gScript.pop_front();
   }
-  if (r > snd_pcm_sframes_t(frames)) r = snd_pcm_sframes_t(frames);
   // Each frame carries its stream position in every channel.
   auto *out = static_cast<uint16_t *>(buffer);
   for (snd_pcm_sframes_t f = 0; f < r; f++, gNextFrame++)
@@ -42,11 +42,11 @@ snd_pcm_sframes_t scriptedReadi(snd_pcm_t *, void *buffer, snd_pcm_uframes_t fra
   return r;
 }
 
-bool chunkIsFramesFrom(const AudioEndpoint *ep, uint32_t first) {
+bool chunkIsInStreamOrder(const AudioEndpoint *ep) {
   auto *samples = reinterpret_cast<const uint16_t *>(ep->audiobuf);
   for (uint32_t f = 0; f < ep->chunk_size; f++)
     for (int ch = 0; ch < kChannels; ch++)
-      if (samples[f * kChannels + ch] != uint16_t(first + f)) return false;
+      if (samples[f * kChannels + ch] != uint16_t(f)) return false;
   return true;
 }
 
@@ -55,9 +55,6 @@ bool chunkIsFramesFrom(const AudioEndpoint *ep, uint32_t first) {
 class CaptureRead : public AudioTest {
  protected:
   void SetUp() override {
-    gScript.clear();
-    gRequests.clear();
-    gNextFrame = 0;
     CaptureStdout();
     ASSERT_EQ(velquare_audioprocess_init(AUDIOPROCESS_DIGITMIC), 0);
     ep = &gEndpoints[EP_DIGITMIC];
@@ -66,82 +63,67 @@ class CaptureRead : public AudioTest {
     GetCapturedStdout();
     readiFunc = scriptedReadi;
   }
-  // Runs the capture on a scripted PCM instead (closed by its owner).
-  void useScripted(ScriptedPcm &pcm) {
+  // Runs the capture on a scripted PCM instead, in the given state.
+  void useScripted(snd_pcm_state_t state) {
     snd_pcm_close(ep->pcm);
-    ep->pcm = pcm.pcm();
-    scripted_ = true;
+    ep->pcm = scripted_.pcm();
     CaptureStdout();
     set_params(ep);
     GetCapturedStdout();
+    if (state == SND_PCM_STATE_XRUN) {
+      ASSERT_EQ(snd_pcm_start(ep->pcm), 0);
+    }
+    scripted_.setState(state);
   }
   void TearDown() override {
-    if (scripted_) ep->pcm = nullptr;
+    if (ep && ep->pcm == scripted_.pcm()) ep->pcm = nullptr;  // closed by its owner
     AudioTest::TearDown();
   }
   AudioEndpoint *ep = nullptr;
-  bool scripted_ = false;
+  ScriptedPcm scripted_{"hw:0,3", SND_PCM_STREAM_CAPTURE};
 };
 
-TEST_F(CaptureRead, ShortReadsAndRetriesFillOneChunkInStreamOrder) {
-  gScript = {-EAGAIN, 100, 0, 900, -EAGAIN, 1000};  // 48 frames are left for the last request
+struct ReadCase {
+  const char *name;
+  std::deque<snd_pcm_sframes_t> script;
+  snd_pcm_state_t state;  // of a scripted PCM; OPEN: the sandbox's device
+  const char *stderrRegex;
+};
+void PrintTo(const ReadCase &c, std::ostream *os) { *os << c.name; }
+
+class CaptureReadCases : public CaptureRead, public testing::WithParamInterface<ReadCase> {};
+
+TEST_P(CaptureReadCases, ChunkIsCompletedInStreamOrderWithTheReport) {
+  const bool scripted = GetParam().state != SND_PCM_STATE_OPEN;
+  if (scripted) useScripted(GetParam().state);
+  gScript = GetParam().script;
   CaptureStderr();
   EXPECT_EQ(pcm_read(ep), 2048u);
-  EXPECT_EQ(GetCapturedStderr(), "");
-  EXPECT_TRUE(chunkIsFramesFrom(ep, 0));
-  EXPECT_EQ(gRequests, (std::vector<snd_pcm_uframes_t>{2048, 2048, 1948, 1948, 1048, 1048, 48}));
-  EXPECT_EQ(pcm_read(ep), 2048u);
-  EXPECT_TRUE(chunkIsFramesFrom(ep, 2048));
+  EXPECT_THAT(GetCapturedStderr(), testing::MatchesRegex(GetParam().stderrRegex));
+  EXPECT_TRUE(chunkIsInStreamOrder(ep));
+  EXPECT_TRUE(!scripted || scripted_.state() == SND_PCM_STATE_PREPARED) << "not prepared again";
 }
 
-TEST_F(CaptureRead, OtherReadErrorsAreLoggedAndRetried) {
-  gScript = {-EIO, 10, -EBADFD};
-  CaptureStderr();
-  EXPECT_EQ(pcm_read(ep), 2048u);
-  std::string err = GetCapturedStderr();
-  EXPECT_THAT(err, ContainsRegex("^: pcm_read:[0-9]+: read error: Input/output error\n"));
-  EXPECT_THAT(err, ContainsRegex(": pcm_read:[0-9]+: read error: File descriptor in bad state\n$"));
-  EXPECT_TRUE(chunkIsFramesFrom(ep, 0));
-}
-
-TEST_F(CaptureRead, SuspendIsResumedAndTheChunkCompleted) {
-  gScript = {500, -ESTRPIPE};
-  CaptureStderr();
-  EXPECT_EQ(pcm_read(ep), 2048u);
-  EXPECT_EQ(GetCapturedStderr(), "Suspended. Trying resume. Done.\n");
-  EXPECT_TRUE(chunkIsFramesFrom(ep, 0));
-}
-
-TEST_F(CaptureRead, OverrunIsReportedOnceAndTheStreamPreparedAgain) {
-  ScriptedPcm pcm("hw:0,3", SND_PCM_STREAM_CAPTURE);
-  useScripted(pcm);
-  ASSERT_EQ(snd_pcm_start(pcm.pcm()), 0);
-  pcm.setState(SND_PCM_STATE_XRUN);
-  gScript = {700, -EPIPE};
-  CaptureStderr();
-  EXPECT_EQ(pcm_read(ep), 2048u);
-  EXPECT_THAT(GetCapturedStderr(), ContainsRegex("^overrun!!! \\(at least [0-9]+\\.[0-9][0-9][0-9] ms long\\)\n$"));
-  EXPECT_EQ(pcm.state(), SND_PCM_STATE_PREPARED);
-  EXPECT_TRUE(chunkIsFramesFrom(ep, 0));
-}
-
-TEST_F(CaptureRead, DrainingCaptureIsPreparedAgain) {
-  ScriptedPcm pcm("hw:0,3", SND_PCM_STREAM_CAPTURE);
-  useScripted(pcm);
-  pcm.setState(SND_PCM_STATE_DRAINING);
-  gScript = {-EPIPE};
-  CaptureStderr();
-  EXPECT_EQ(pcm_read(ep), 2048u);
-  EXPECT_EQ(GetCapturedStderr(), "capture stream format change? attempting recover...\n");
-  EXPECT_EQ(pcm.state(), SND_PCM_STATE_PREPARED);
-}
+INSTANTIATE_TEST_SUITE_P(
+    Faults, CaptureReadCases,
+    testing::Values(
+        // 48 frames are left for the last request.
+        ReadCase{"ShortReadsAndRetries", {-EAGAIN, 100, 0, 900, -EAGAIN, 1000}, SND_PCM_STATE_OPEN, ""},
+        ReadCase{"OtherErrorsLoggedAndRetried", {-EIO, 10, -EBADFD}, SND_PCM_STATE_OPEN,
+                 ": pcm_read:[0-9]+: read error: Input/output error\n"
+                 ": pcm_read:[0-9]+: read error: File descriptor in bad state\n"},
+        ReadCase{"SuspendResumed", {500, -ESTRPIPE}, SND_PCM_STATE_OPEN, "Suspended. Trying resume. Done.\n"},
+        ReadCase{"OverrunReportedAndPrepared", {700, -EPIPE}, SND_PCM_STATE_XRUN,
+                 "overrun!!! \\(at least [0-9]+\\.[0-9][0-9][0-9] ms long\\)\n"},
+        ReadCase{"DrainingPrepared", {-EPIPE}, SND_PCM_STATE_DRAINING,
+                 "capture stream format change\\? attempting recover\\.\\.\\.\n"}),
+    [](const testing::TestParamInfo<ReadCase> &info) { return std::string(info.param.name); });
 
 TEST_F(CaptureRead, StopEndsTheReadEarlyAndTheChunkKeepsItsLength) {
   gScript = {300};
   readiFunc = [](snd_pcm_t *pcm, void *buf, snd_pcm_uframes_t n) {
-    snd_pcm_sframes_t r = scriptedReadi(pcm, buf, n);
     gEndpoints[EP_DIGITMIC].stop = 1;
-    return r;
+    return scriptedReadi(pcm, buf, n);
   };
   EXPECT_EQ(pcm_read(ep), 300u);
   EXPECT_EQ(gRequests.size(), 1u);
@@ -156,9 +138,8 @@ TEST_F(CaptureReadDeathTest, BrokenPipeOutsideAnOverrunEndsTheProcess) {
 }
 
 TEST_F(CaptureReadDeathTest, SuspendThatCannotBeRestartedEndsTheProcess) {
-  ScriptedPcm pcm("hw:0,3", SND_PCM_STREAM_CAPTURE);
-  useScripted(pcm);
-  snd_pcm_hw_free(pcm.pcm());  // a PCM without a configuration refuses resume and prepare
+  useScripted(SND_PCM_STATE_PREPARED);
+  snd_pcm_hw_free(ep->pcm);  // a PCM without a configuration refuses resume and prepare
   gScript = {-ESTRPIPE};
   EXPECT_EXIT(pcm_read(ep), ::testing::ExitedWithCode(1),
               "Failed. Restarting stream. : suspend:[0-9]+: suspend: prepare error: ");

@@ -6,7 +6,6 @@
 #include <cstring>
 #include <memory>
 #include <regex>
-#include <sstream>
 #include <thread>
 
 #include "support/alsa_sandbox.h"
@@ -15,20 +14,16 @@
 
 namespace {
 
-const std::string kInitOk = "velquare_audioprocess_init ok!";
-constexpr std::chrono::milliseconds kHeartbeatWait{15000};
-
 std::string abortLine(int sig) { return std::string("Aborted by signal ") + strsignal(sig) + "...\n"; }
-
 // Standard error carries other lines as well (the serial side, for one).
 int abortLines(const DaemonProcess &daemon) { return countOccurrences(daemon.err(), "Aborted by signal"); }
 
 class DaemonTest : public testing::Test {
  protected:
+  // Starts the daemon on the sandbox's devices, fed silence, plus `env`.
   std::unique_ptr<DaemonProcess> start(std::vector<std::string> env = {}) {
     DaemonOptions options;
     options.workDir = sandbox_.path();
-    // The sandbox's devices, unless the test names a configuration of its own.
     options.env = {alsa_.environment()};
     options.env.insert(options.env.end(), env.begin(), env.end());
     alsa_.feedSilence(3, 8);  // digital microphones
@@ -37,27 +32,19 @@ class DaemonTest : public testing::Test {
     EXPECT_TRUE(daemon->started());
     return daemon;
   }
-
-  // Starts the daemon and waits until it runs its heartbeat loop (handlers installed).
+  // ... and waits until it runs its heartbeat loop (handlers installed).
   std::unique_ptr<DaemonProcess> startRunning() {
     auto daemon = start();
-    EXPECT_TRUE(daemon->waitForOutput(kInitOk)) << daemon->describeEnd() << "\n" << daemon->out() << daemon->err();
+    EXPECT_TRUE(daemon->waitForOutput("velquare_audioprocess_init ok!")) << daemon->describeEnd() << "\n"
+                                                                        << daemon->out() << daemon->err();
     return daemon;
   }
-
   uint32_t heartbeat() { return readStateSegment(sandbox_.file("root")).heartbeat; }
-
-  // Waits until the heartbeat word has moved past `value`.
   bool heartbeatPasses(uint32_t value) {
-    auto deadline = std::chrono::steady_clock::now() + kHeartbeatWait;
-    while (std::chrono::steady_clock::now() < deadline) {
-      if (heartbeat() > value) return true;
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
-    return false;
+    for (int i = 0; i < 300 && heartbeat() <= value; i++) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    return heartbeat() > value;
   }
-
-  // The daemon's main loop still turns: two more heartbeats from now.
+  // The main loop still turns: two more heartbeats from now.
   void expectAlive(DaemonProcess &daemon) {
     uint32_t now = heartbeat();
     EXPECT_TRUE(heartbeatPasses(now + 1)) << "heartbeat stuck at " << now;
@@ -68,26 +55,16 @@ class DaemonTest : public testing::Test {
   AlsaSandbox alsa_{sandbox_};
 };
 
-std::vector<std::string> lines(const std::string &text) {
-  std::vector<std::string> result;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) result.push_back(line);
-  return result;
-}
-
 TEST_F(DaemonTest, StartsUpInItsFixedOrderWithoutAWatchdogDevice) {
   auto daemon = startRunning();
-  std::vector<std::string> out = lines(daemon->out());
-  ASSERT_GE(out.size(), 4u) << daemon->out();
-  EXPECT_TRUE(std::regex_match(out[0], std::regex("-->main [0-9]+: don't create wdg proc"))) << out[0];
-  EXPECT_EQ(out[1], "VELQUARE_ORIENANGLE");
-  // Six numbers fixed at build time, none with a leading zero.
-  EXPECT_TRUE(std::regex_match(
-      out[2], std::regex("---compile time : [1-9][0-9]{3}-([1-9]|1[0-2])-([1-9]|[12][0-9]|3[01]) "
-                         "([0-9]|1[0-9]|2[0-3]):([0-9]|[1-5][0-9]):([0-9]|[1-5][0-9])")))
-      << out[2];
-  // Later lines come from the angle service too; the main thread's own line follows the banner.
-  EXPECT_TRUE(std::regex_search(daemon->out(), std::regex("\n-->main [0-9]+: velquare_audioprocess_init ok!\n")))
+  // Six build-time numbers, none with a leading zero; later lines come from the
+  // angle service too, the main thread's own line follows the banner.
+  EXPECT_TRUE(std::regex_search(
+      daemon->out(),
+      std::regex("^-->main [0-9]+: don't create wdg proc\nVELQUARE_ORIENANGLE\n"
+                 "---compile time : [1-9][0-9]{3}-([1-9]|1[0-2])-([1-9]|[12][0-9]|3[01]) "
+                 "([0-9]|1[0-9]|2[0-3]):([0-9]|[1-5][0-9]):([0-9]|[1-5][0-9])\n"
+                 "(.*\n)*-->main [0-9]+: velquare_audioprocess_init ok!\n")))
       << daemon->out();
 }
 
@@ -95,9 +72,7 @@ TEST_F(DaemonTest, StartsTheWatchdogWhenTheDeviceOpens) {
   sandbox_.write("dev/gpiocustom", "");
   auto daemon = start();
   ASSERT_TRUE(daemon->waitForOutput("velquare_hal_proc start! \n")) << daemon->out();
-  std::string out = daemon->out();
-  EXPECT_TRUE(std::regex_search(out, std::regex("^-->main [0-9]+: create wdg proc\n"))) << out;
-  EXPECT_EQ(out.find("don't create wdg proc"), std::string::npos);
+  EXPECT_TRUE(std::regex_search(daemon->out(), std::regex("^-->main [0-9]+: create wdg proc\n"))) << daemon->out();
 }
 
 TEST_F(DaemonTest, HeartbeatCountsAndContinuesAfterARestart) {
@@ -140,15 +115,13 @@ TEST_P(TwoStepStop, FirstSignalReportsOnceSecondEndsTheProcess) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Signals, TwoStepStop, testing::Values(SIGINT, SIGTERM),
-                         [](const testing::TestParamInfo<int> &info) {
-                           return std::string(info.param == SIGINT ? "Interrupt" : "Terminate");
-                         });
+                         [](const testing::TestParamInfo<int> &info) { return std::string(info.param == SIGINT ? "Int" : "Term"); });
 
 TEST_F(DaemonTest, AbortSignalExitsWithStatusOne) {
   auto daemon = startRunning();
   ASSERT_TRUE(daemon->signal(SIGABRT));
   ASSERT_TRUE(daemon->waitForExit());
-  EXPECT_EQ(daemon->exitCode(), 1) << daemon->describeEnd();
+  EXPECT_EQ(daemon->exitCode(), 1) << daemon->describeEnd() << "\n" << daemon->err();
   EXPECT_NE(daemon->err().find(abortLine(SIGABRT)), std::string::npos) << daemon->err();
   EXPECT_EQ(abortLines(*daemon), 1) << daemon->err();
 }
