@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "orienangle/angle_pipeline.h"
+#include "orienangle/estimator/angle_pipeline.h"
 #include "sim/noise.h"
 #include "sim/plane_wave.h"
 #include "sim/voiced_speech.h"

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "orienangle/estimator.h"
+#include "orienangle/estimator/estimator.h"
 
 class BenchRecording {
  public:

@@ -16,11 +16,11 @@
 #endif
 
 #include "bench_workload.h"
-#include "orienangle/angle_pipeline.h"
-#include "orienangle/frame_analysis.h"
-#include "orienangle/spatial_scan.h"
-#include "orienangle/steering.h"
-#include "orienangle/voice_model/rnnoise.h"
+#include "orienangle/estimator/angle_pipeline.h"
+#include "orienangle/estimator/frame_analysis.h"
+#include "orienangle/estimator/spatial_scan.h"
+#include "orienangle/estimator/steering.h"
+#include "orienangle/estimator/voice_model/rnnoise.h"
 
 namespace {
 

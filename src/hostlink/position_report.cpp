@@ -10,7 +10,7 @@
 #include "hostlink/uart.h"
 #include "lifecycle/process.h"
 #include "lifecycle/state_segment.h"
-#include "orienangle/angle_pipeline.h"
+#include "orienangle/estimator/angle_pipeline.h"
 
 static_assert(kPositionNone == ANGLE_NONE && kPositionSpeakerPlaying == ANGLE_FAR_END,
               "the position byte's status codes are the estimator's");

@@ -13,7 +13,7 @@
 #include "lifecycle/process.h"
 #include "lifecycle/state_segment.h"
 #include "lifecycle/watchdog.h"
-#include "orienangle/angle_service.h"
+#include "orienangle/module/angle_service.h"
 
 // The endpoints the daemon runs: the digital microphone array and the
 // line-in that carries the loudspeaker reference.

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "common/shared_word.h"
-#include "orienangle/angle_module.h"
+#include "orienangle/module/angle_module.h"
 #include "orienangle/orienangle.h"
 #include "sim/noise.h"
 #include "sim/plane_wave.h"

@@ -1,4 +1,4 @@
-#include "orienangle/angle_pipeline.h"
+#include "orienangle/estimator/angle_pipeline.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 #include <memory>
 #include <vector>
 
-#include "orienangle/estimator.h"
+#include "orienangle/estimator/estimator.h"
 #include "sim/noise.h"
 #include "sim/voiced_speech.h"
 #include "test_signals.h"

@@ -15,9 +15,9 @@
 #include "hostlink/host_protocol.h"
 #include "hostlink/uart.h"
 #include "lifecycle/process.h"
-#include "orienangle/angle_module.h"
-#include "orienangle/angle_service.h"
-#include "orienangle/level_meter.h"
+#include "orienangle/module/angle_module.h"
+#include "orienangle/module/angle_service.h"
+#include "orienangle/module/level_meter.h"
 #include "support/sandbox.h"
 
 using testing::HasSubstr;

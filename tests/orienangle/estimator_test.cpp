@@ -1,4 +1,4 @@
-#include "orienangle/estimator.h"
+#include "orienangle/estimator/estimator.h"
 
 #include <gtest/gtest.h>
 

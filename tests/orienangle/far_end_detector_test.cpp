@@ -1,4 +1,4 @@
-#include "orienangle/far_end_detector.h"
+#include "orienangle/estimator/far_end_detector.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "orienangle/frame_analysis.h"
+#include "orienangle/estimator/frame_analysis.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "orienangle/noise_tracker.h"
+#include "orienangle/estimator/noise_tracker.h"
 
 #include <gtest/gtest.h>
 

@@ -7,10 +7,10 @@
 #include <random>
 #include <vector>
 
-#include "orienangle/angle_pipeline.h"
-#include "orienangle/frame_analysis.h"
-#include "orienangle/spatial_scan.h"
-#include "orienangle/steering.h"
+#include "orienangle/estimator/angle_pipeline.h"
+#include "orienangle/estimator/frame_analysis.h"
+#include "orienangle/estimator/spatial_scan.h"
+#include "orienangle/estimator/steering.h"
 #include "sim/voiced_speech.h"
 #include "test_signals.h"
 

@@ -1,4 +1,4 @@
-#include "orienangle/spatial_scan.h"
+#include "orienangle/estimator/spatial_scan.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <cmath>
 #include <vector>
 
-#include "orienangle/frame_analysis.h"
+#include "orienangle/estimator/frame_analysis.h"
 #include "test_signals.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "orienangle/spectrum.h"
+#include "orienangle/estimator/spectrum.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "orienangle/steering.h"
+#include "orienangle/estimator/steering.h"
 
 #include <gtest/gtest.h>
 

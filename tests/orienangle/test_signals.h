@@ -5,7 +5,7 @@
 #include <cstring>
 #include <vector>
 
-#include "orienangle/estimator.h"
+#include "orienangle/estimator/estimator.h"
 #include "sim/plane_wave.h"
 
 namespace testsig {

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "orienangle/voice_model/rnnoise.h"
+#include "orienangle/estimator/voice_model/rnnoise.h"
 #include "sim/noise.h"
 #include "sim/resample.h"
 #include "sim/voiced_speech.h"

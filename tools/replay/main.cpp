@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "orienangle/angle_pipeline.h"
-#include "orienangle/estimator.h"
-#include "orienangle/frame_convert.h"
+#include "orienangle/estimator/angle_pipeline.h"
+#include "orienangle/estimator/estimator.h"
+#include "orienangle/estimator/frame_convert.h"
 #include "replay/recording_input.h"
 #include "replay/spectrum_csv.h"
 #include "replay/spectrum_picture.h"

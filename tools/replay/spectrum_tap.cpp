@@ -1,7 +1,7 @@
 #include "replay/spectrum_tap.h"
 
-#include "orienangle/angle_pipeline.h"
-#include "orienangle/estimator.h"
+#include "orienangle/estimator/angle_pipeline.h"
+#include "orienangle/estimator/estimator.h"
 
 static_assert(REPLAY_ANGLES == ORIEN_ANGLE_NUM, "one spectrum value per grid direction");
 

@@ -1,0 +1,71 @@
+// The direction estimator's one state record and its life cycle.
+//
+// The record holds everything the estimator remembers: the steering table of the
+// array, per-stream sample histories, the 100-slot per-frame result rings indexed
+// by frameCursor, three noise trackers, the voice model's state, a scratch area
+// for one frame's working storage and the steering table's independent quarter
+// laid out for the angle scan. It is one heap block (about 7.6 MB); nothing is
+// allocated per frame. Only the angle worker thread touches it.
+#pragma once
+#include <cstdint>
+
+#include "orienangle/estimator/estimator_constants.h"
+#include "orienangle/estimator/noise_tracker.h"
+#include "orienangle/estimator/spectrum.h"
+#include "orienangle/estimator/steering.h"
+#include "orienangle/estimator/voice_model/rnnoise.h"
+
+// Working storage of one pipeline call; contents do not carry between frames.
+struct OrienAngleScratch {
+  OrienComplex spectra[ORIEN_MIC_NUM][ORIEN_SPECTRUM_BINS];  // this frame's microphone spectra
+  OrienComplex refSpectrum[ORIEN_SPECTRUM_BINS];              // loudspeaker reference spectrum
+  float frontEnd[ORIEN_SPECTRUM_BINS];  // auxiliary vector handed to the front end (not read)
+  float denoiseInput[PIPE_DENOISE_BLOCK];
+  // The voice model leaves its 22 band gains at the front of its output; the
+  // buffers are a full block long so that a library writing samples also fits.
+  float denoiseOut[2][PIPE_DENOISE_BLOCK];
+  float pooled[ORIEN_ANGLE_NUM];  // pooling accumulator
+};
+
+struct OrienAngleEstimator {
+  uint32_t peakAngles[ORIEN_SLOTS][ORIEN_PEAKS];       // best, second, third peak; 230 = none
+  float angleSpectrum[ORIEN_SLOTS][ORIEN_ANGLE_NUM];    // spatial spectrum per frame
+  uint32_t frameCursor;                                 // slot of the current frame, 0..99
+  uint32_t curAngle;                                    // published direction or status
+  uint32_t prevAngle;                                   // second published byte
+  int32_t idleFrames;                                   // frames since the last decision
+  uint32_t bandHitCount[ORIEN_SLOTS];                   // bands 0..15 above 3 x noise
+  uint32_t lowBandHitCount[ORIEN_SLOTS];                // the same over bands 0..8
+  uint32_t speechFlag[ORIEN_SLOTS];                     // band-SNR speech decision
+  uint32_t bandActive[PIPE_HIT_BANDS];                  // band ever above 3 x noise
+  OrienComplex steering[ORIEN_ANGLE_NUM][ORIEN_BINS][ORIEN_MIC_NUM];  // a, k, m
+  int32_t holdCount;                                    // skip counter after digital silence
+  uint32_t ringCursor;                                  // slot of bandEnergyRing, 0..7
+  float bandEnergyRing[ORIEN_BAND_RING][ORIEN_BANDS];   // smoothed band energies
+  float bandEnergy[ORIEN_BANDS];                        // microphone 0, this frame
+  float micHistory[ORIEN_MIC_NUM][ORIEN_HISTORY];       // last 2880 samples, oldest first
+  uint16_t binSelected[ORIEN_BINS];                     // bin takes part in the scan
+  uint32_t binSelectedCount;
+  float binPower[ORIEN_SPECTRUM_BINS];                  // sum over microphones of |X|^2, 0..499
+  float binPowerSmooth[ORIEN_SPECTRUM_BINS];            // its recursive average, 0..499
+  NoiseTracker micNoise;                                // fed with bandEnergy and binPower
+  NoiseTracker refNoise;                                // loudspeaker reference path
+  NoiseTracker spareNoise;                              // initialised, never fed
+  uint32_t vadFlag[ORIEN_SLOTS];                        // voice decision per frame
+  uint32_t binHitCount[ORIEN_SLOTS];                    // selected bins among 20..179
+  uint32_t farEndFlag[ORIEN_SLOTS];                     // loudspeaker reference active
+  int32_t farEndLatched;                                // loudspeaker judged playing
+  DenoiseState *denoiser;                               // owned voice-model state
+  float refHistory[ORIEN_HISTORY];                      // loudspeaker reference history
+  OrienAngleScratch scratch;                            // one frame's working storage
+  SteeringScanTable scanSteering;                       // steering, laid out for the scan
+};
+
+// Allocates the record in one block, initialises it and creates the voice-model
+// state. Null if either allocation fails.
+OrienAngleEstimator *orienAngleEstimatorCreate();
+// Clears the record to its creation state and builds the steering table. Returns 0.
+// The denoiser pointer is cleared too: call it on a fresh record.
+int orienAngleEstimatorInit(OrienAngleEstimator *est);
+// Releases the voice-model state, then the record.
+void orienAngleEstimatorDestroy(OrienAngleEstimator *est);

@@ -1,0 +1,67 @@
+#include "orienangle/estimator/voice_model/band_analysis.h"
+
+#include <kiss_fftr.h>
+
+#include <cmath>
+#include <cstring>
+
+using namespace voice;
+
+namespace {
+constexpr double kTwoPi = 6.283185307179586;
+
+kiss_fftr_cfg planOf(BandAnalysis *ba) {
+  return reinterpret_cast<kiss_fftr_cfg>(ba->fftMemory);
+}
+
+// Spreads each bin's power over the two bands whose centres enclose it,
+// linearly by distance (triangular bands).
+void poolBands(const kiss_fft_cpx *spectrum, float bandEnergy[kBands]) {
+  for (int b = 0; b < kBands; ++b) bandEnergy[b] = 0.0f;
+  for (int b = 0; b + 1 < kBands; ++b) {
+    const int first = static_cast<int>(kBandEdgeHz[b] / kBinHz);
+    const int width = static_cast<int>(kBandEdgeHz[b + 1] / kBinHz) - first;
+    for (int j = 0; j < width; ++j) {
+      const kiss_fft_cpx &x = spectrum[first + j];
+      const float power = x.r * x.r + x.i * x.i;
+      const float rising = static_cast<float>(j) / static_cast<float>(width);
+      bandEnergy[b] += (1.0f - rising) * power;
+      bandEnergy[b + 1] += rising * power;
+    }
+  }
+  // The top centre itself belongs wholly to the last band.
+  const kiss_fft_cpx &top = spectrum[static_cast<int>(kBandEdgeHz[kBands - 1] / kBinHz)];
+  bandEnergy[kBands - 1] += top.r * top.r + top.i * top.i;
+}
+}  // namespace
+
+int bandAnalysisPrepare(BandAnalysis *ba) {
+  size_t length = sizeof ba->fftMemory;
+  if (kiss_fftr_alloc(kWindowSize, 0, ba->fftMemory, &length) == nullptr) return -1;
+  for (int i = 0; i < kWindowSize; ++i)
+    ba->window[i] = static_cast<float>(0.5 - 0.5 * std::cos(kTwoPi * i / kWindowSize));
+  ba->ready = 1;
+  return 0;
+}
+
+float frameMeanSquare(const float *in) {
+  double sum = 0.0;
+  for (int i = 0; i < kFrameSize; ++i) sum += static_cast<double>(in[i]) * in[i];
+  return static_cast<float>(sum / kFrameSize);
+}
+
+void bandAnalysisRun(BandAnalysis *ba, const float *in, float bandEnergy[kBands]) {
+  float span[kWindowSize];
+  kiss_fft_cpx spectrum[kSpectrumBins];
+  for (int i = 0; i < kFrameSize; ++i) {
+    span[i] = ba->previousInput[i] * ba->window[i];
+    span[kFrameSize + i] = in[i] * ba->window[kFrameSize + i];
+  }
+  bandAnalysisSkip(ba, in);
+  kiss_fftr(planOf(ba), span, spectrum);
+  poolBands(spectrum, bandEnergy);
+}
+
+void bandAnalysisSkip(BandAnalysis *ba, const float *in) {
+  memcpy(ba->previousInput, in, sizeof ba->previousInput);
+}

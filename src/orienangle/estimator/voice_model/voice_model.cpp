@@ -1,0 +1,38 @@
+// The four rnnoise_* calls on top of the voice model's stages.
+#include <cstdlib>
+#include <cstring>
+
+#include "orienangle/estimator/voice_model/rnnoise.h"
+#include "orienangle/estimator/voice_model/voice_state.h"
+
+using namespace voice;
+
+int rnnoise_get_size(void) { return static_cast<int>(sizeof(DenoiseState)); }
+
+int rnnoise_init(DenoiseState *st, RNNModel *) {
+  memset(st, 0, sizeof *st);
+  return 0;
+}
+
+DenoiseState *rnnoise_create(RNNModel *) {
+  return static_cast<DenoiseState *>(calloc(1, sizeof(DenoiseState)));
+}
+
+void rnnoise_destroy(DenoiseState *st) { free(st); }
+
+float rnnoise_process_frame(DenoiseState *st, float *out, const float *in) {
+  if (!st->analysis.ready && bandAnalysisPrepare(&st->analysis) != 0) {
+    memcpy(out, st->gain.lastGain, sizeof st->gain.lastGain);
+    return 0.0f;
+  }
+  if (frameMeanSquare(in) < kSilentMeanSquare) {
+    bandAnalysisSkip(&st->analysis, in);
+    memcpy(out, st->gain.lastGain, sizeof st->gain.lastGain);
+    return 0.0f;
+  }
+  float bandEnergy[kBands];
+  bandAnalysisRun(&st->analysis, in, bandEnergy);
+  bandNoiseUpdate(&st->noise, bandEnergy);
+  bandGainUpdate(&st->gain, bandEnergy, st->noise.floor, out);
+  return voiceActivityUpdate(&st->activity, st->gain.prioriSnr, st->gain.posterioriSnr);
+}
