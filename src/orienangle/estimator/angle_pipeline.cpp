@@ -117,7 +117,12 @@ void spatialStep(OrienAngleEstimator *est) {
     est->holdCount = 0;
     clearPeaks(est);
   }
-  if (est->binSelectedCount > PIPE_MIN_BINS) spatialSpectrumScan(est, est->scratch.spectra);
+  if (est->binSelectedCount > PIPE_MIN_BINS) {
+    if (est->referenceArithmetic)
+      spatialSpectrumScanReference(est, est->scratch.spectra);
+    else
+      spatialSpectrumScan(est, est->scratch.spectra);
+  }
 }
 
 int farEndCount(const OrienAngleEstimator *est, int window) {

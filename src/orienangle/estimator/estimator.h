@@ -57,6 +57,9 @@ struct OrienAngleEstimator {
   int32_t farEndLatched;                                // loudspeaker judged playing
   DenoiseState *denoiser;                               // owned voice-model state
   float refHistory[ORIEN_HISTORY];                      // loudspeaker reference history
+  // Set only by tests and offline tools, after creation: the transforms and the
+  // angle scan then run their plain reference arithmetic instead of the fast paths.
+  bool referenceArithmetic;
   OrienAngleScratch scratch;                            // one frame's working storage
   SteeringScanTable scanSteering;                       // steering, laid out for the scan
 };
