@@ -56,7 +56,10 @@ DaemonProcess::DaemonProcess(DaemonOptions options)
   std::vector<char *> envp;
   for (std::string &e : env) envp.push_back(e.data());
   envp.push_back(nullptr);
-  char *argv[] = {const_cast<char *>(QV_DAEMON_PATH), nullptr};
+  if (options.argv.empty()) options.argv = {QV_DAEMON_PATH};
+  std::vector<char *> argv;
+  for (std::string &a : options.argv) argv.push_back(a.data());
+  argv.push_back(nullptr);
   const pid_t parent = getpid();
 
   fflush(nullptr);
@@ -77,7 +80,7 @@ DaemonProcess::DaemonProcess(DaemonOptions options)
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
   for (int sig : {SIGINT, SIGTERM, SIGPIPE, SIGUSR1, SIGABRT}) ::signal(sig, SIG_DFL);
-  execve(argv[0], argv, envp.data());
+  execve(argv[0], argv.data(), envp.data());
   _exit(127);
 }
 
