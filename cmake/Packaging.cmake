@@ -32,10 +32,12 @@ set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME quenvarile)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
-set(CPACK_PACKAGE_CONTACT "quenvarile developers <quenvarile@localhost>")
+set(QV_PACKAGE_CONTACT "quenvarile developers <quenvarile@example.com>"
+    CACHE STRING "Maintainer of the board's package")
+set(CPACK_PACKAGE_CONTACT "${QV_PACKAGE_CONTACT}")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "talker direction finder for an 8-microphone array board")
-set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
-    "${CPACK_PACKAGE_DESCRIPTION_SUMMARY}\n"
+# The summary is the synopsis line; this is the extended description below it.
+string(CONCAT CPACK_DEBIAN_PACKAGE_DESCRIPTION
     "The quenvarile daemon estimates from which direction a person is talking\n"
     "and reports it to a host microcontroller over a serial line. A systemd\n"
     "unit starts it at boot in /root through quenvarile-supervise, which\n"
@@ -45,6 +47,7 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION misc)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_STRIP_FILES ON)  # with the build's (cross) strip
 if(CMAKE_CROSSCOMPILING AND CMAKE_SYSTEM_PROCESSOR MATCHES "^arm")
   set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf)
 endif()
