@@ -1,7 +1,6 @@
 // quenvarile-supervise against the real daemon, in a sandbox whose capture
 // devices read silence as fast as they are asked.
 #include <gtest/gtest.h>
-#include <sys/ipc.h>
 #include <sys/shm.h>
 
 #include <csignal>
@@ -43,8 +42,7 @@ TEST(Supervisor, RestartsAStoppedDaemonButNeverDuringAnUpdate) {
 
   const pid_t hung = lastDaemonPid(supervisor.out());
   kill(hung, SIGSTOP);
-  ASSERT_TRUE(supervisor.waitForOutput(kStarted, kWait, 2)) << supervisor.out();
-  EXPECT_EQ(countOccurrences(supervisor.out(), "heartbeat stalled"), 1);
+  ASSERT_TRUE(supervisor.waitForOutput("heartbeat stalled", kWait) && supervisor.waitForOutput(kStarted, kWait, 2));
   EXPECT_NE(kill(hung, 0), 0) << "the hung daemon is gone";
   ASSERT_TRUE(heartbeatMoves()) << supervisor.out();
 
