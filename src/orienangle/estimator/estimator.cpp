@@ -25,7 +25,9 @@ void clearRecord(OrienAngleEstimator *est) {
 }  // namespace
 
 int orienAngleEstimatorInit(OrienAngleEstimator *est) {
+  RealTransformPlan *plan = est->transformPlan;
   clearRecord(est);
+  est->transformPlan = plan;
   est->frameCursor = 0;
   est->curAngle = ANGLE_NONE;
   est->prevAngle = ANGLE_NONE;
@@ -42,9 +44,15 @@ int orienAngleEstimatorInit(OrienAngleEstimator *est) {
 OrienAngleEstimator *orienAngleEstimatorCreate() {
   auto *est = static_cast<OrienAngleEstimator *>(std::malloc(sizeof(OrienAngleEstimator)));
   if (est == nullptr) return nullptr;
+  est->transformPlan = realTransformCreate();
+  if (est->transformPlan == nullptr) {
+    std::free(est);
+    return nullptr;
+  }
   orienAngleEstimatorInit(est);
   est->denoiser = rnnoise_create(nullptr);
   if (est->denoiser == nullptr) {
+    realTransformDestroy(est->transformPlan);
     std::free(est);
     return nullptr;
   }
@@ -53,5 +61,6 @@ OrienAngleEstimator *orienAngleEstimatorCreate() {
 
 void orienAngleEstimatorDestroy(OrienAngleEstimator *est) {
   rnnoise_destroy(est->denoiser);
+  realTransformDestroy(est->transformPlan);
   std::free(est);
 }
