@@ -2,10 +2,9 @@
 #pragma once
 #include <cstdint>
 
-struct OrienAngleEstimator;
+#include "orienangle/estimator/estimator_constants.h"  // ANGLE_NONE, ANGLE_FAR_END
 
-constexpr int ANGLE_NONE = 230;       // no direction known
-constexpr int ANGLE_FAR_END = 231;    // the loudspeaker is playing, updates suspended
+struct OrienAngleEstimator;
 
 // frame: 8 planes of 960 floats at 16-bit scale; spkinFrame: 960 floats or null.
 // Writes the low bytes of the published direction and of the second byte.
