@@ -95,7 +95,7 @@ void BM_Transforms(benchmark::State &state) {
     const float *frame = rec.frame(i);
     for (int m = 0; m < ORIEN_MIC_NUM; ++m)
       spectrumAnalyseBlock(est->micHistory[m], frame + m * ORIEN_FRAME_SIZE, est->scratch.spectra[m]);
-    spectrumAnalyseBlock(est->refHistory, rec.reference(i), est->scratch.refSpectrum);
+    spectrumAnalyseBlock(est->farEnd.refHistory, rec.reference(i), est->scratch.refSpectrum);
     benchmark::ClobberMemory();
     ++i;
   }

@@ -58,7 +58,7 @@ void transforms(Run *r) {
   for (int m = 0; m < ORIEN_MIC_NUM; ++m)
     spectrumAnalyseBlock(r->est->micHistory[m], r->rec->frame(i) + m * ORIEN_FRAME_SIZE,
                          r->est->scratch.spectra[m]);
-  spectrumAnalyseBlock(r->est->refHistory, r->rec->reference(i), r->est->scratch.refSpectrum);
+  spectrumAnalyseBlock(r->est->farEnd.refHistory, r->rec->reference(i), r->est->scratch.refSpectrum);
 }
 void frontEnd(Run *r) {
   const size_t i = r->frame++;

@@ -45,16 +45,16 @@ void angleBandTest(OrienAngleEstimator *est) {
       ++hits;
       est->bandActive[b] = 1;
     }
-    if (b == PIPE_LOW_HIT_LAST) est->lowBandHitCount[slot] = hits;
+    if (b == PIPE_LOW_HIT_LAST) est->decision.lowBandHitCount[slot] = hits;
   }
-  est->bandHitCount[slot] = hits;
+  est->decision.bandHitCount[slot] = hits;
 }
 
 // Bin selection: bins well above their noise and above their recent level.
 void angleSelectBins(OrienAngleEstimator *est) {
   const uint32_t slot = est->frameCursor;
   est->binSelectedCount = 0;
-  est->binHitCount[slot] = 0;
+  est->decision.binHitCount[slot] = 0;
   for (int k = ORIEN_SCAN_FIRST_BIN; k < ORIEN_BINS; ++k) {
     const float p = est->binPower[k];
     const bool aboveNoise = p > PIPE_BIN_NOISE_FACTOR * est->micNoise.binNoise[k];  // single
@@ -62,7 +62,7 @@ void angleSelectBins(OrienAngleEstimator *est) {
     if (aboveNoise && aboveLevel) {
       est->binSelected[k] = 1;
       ++est->binSelectedCount;
-      if (k <= ORIEN_LOW_BIN_LAST) ++est->binHitCount[slot];
+      if (k <= ORIEN_LOW_BIN_LAST) ++est->decision.binHitCount[slot];
     } else {
       est->binSelected[k] = 0;
     }
@@ -87,7 +87,7 @@ void voiceDecision(OrienAngleEstimator *est, const float *frame) {
   const bool voiced = p1 > PIPE_VOICE_PROB || p2 > PIPE_VOICE_PROB ||
                       openGains(s.denoiseOut[0]) >= PIPE_OPEN_GAINS ||
                       openGains(s.denoiseOut[1]) >= PIPE_OPEN_GAINS;
-  est->vadFlag[est->frameCursor] = voiced ? 1u : 0u;
+  est->decision.vadFlag[est->frameCursor] = voiced ? 1u : 0u;
 }
 
 }  // namespace
@@ -128,7 +128,7 @@ void spatialStep(OrienAngleEstimator *est) {
 int farEndCount(const OrienAngleEstimator *est, int window) {
   int count = 0;
   for (int back = 0; back < window; ++back)
-    if (est->farEndFlag[slotBefore(est->frameCursor, back)] != 0) ++count;
+    if (est->farEnd.farEndFlag[slotBefore(est->frameCursor, back)] != 0) ++count;
   return count;
 }
 
@@ -144,10 +144,10 @@ bool poolAndDecide(OrienAngleEstimator *est) {
 
   auto visit = [&](int back, int centre) {
     const uint32_t f = slotBefore(cursor, back);
-    if (est->vadFlag[f] != 0) ++voiced;
-    if (est->speechFlag[f] != 0) ++speech;
+    if (est->decision.vadFlag[f] != 0) ++voiced;
+    if (est->decision.speechFlag[f] != 0) ++speech;
     const int peak = static_cast<int>(est->peakAngles[f][0]);
-    if (absInt(peak - centre) > PIPE_AGREE_DEGREES || est->farEndFlag[f] != 0) return false;
+    if (absInt(peak - centre) > PIPE_AGREE_DEGREES || est->farEnd.farEndFlag[f] != 0) return false;
     for (int a = 0; a < ORIEN_ANGLE_NUM; ++a) acc[a] += est->angleSpectrum[f][a];
     ++pooled;
     return true;
@@ -193,7 +193,7 @@ void angleDecide(OrienAngleEstimator *est) {
   if (est->idleFrames <= PIPE_RECORD_ONLY_FRAMES) return;
   if (farEndCount(est, PIPE_FAR_END_WINDOW) > PIPE_FAR_END_FRAMES) {
     est->idleFrames = 0;
-    if (est->farEndLatched == 1) est->curAngle = ANGLE_FAR_END;
+    if (est->farEnd.farEndLatched == 1) est->curAngle = ANGLE_FAR_END;
     return;
   }
   if (est->idleFrames <= PIPE_MIN_IDLE_FOR_POOL) return;

@@ -61,6 +61,6 @@ float orienAngleFrameAnalyse(OrienAngleEstimator *est, const float *frame, const
     float d = bandSnrDb(est->bandEnergy[b], est->micNoise.chanNoise[b]);
     if (d > highMax) highMax = d;
   }
-  est->speechFlag[est->frameCursor] = static_cast<uint32_t>(frameSpeechDecision(lowMax, highMax));
+  est->decision.speechFlag[est->frameCursor] = static_cast<uint32_t>(frameSpeechDecision(lowMax, highMax));
   return 0.0f;
 }
