@@ -11,7 +11,7 @@ constexpr int32_t FRAME_SAMPLE_BYTES = 2;     // signed 16-bit little-endian ("S
 constexpr int32_t FRAME_SAMPLE_BITS = FRAME_SAMPLE_BYTES * 8;
 
 constexpr int32_t FRAME_MIC_CHANNELS = 8;     // digital microphone array
-constexpr int32_t FRAME_LINEIN_CHANNELS = 2;  // line-in; the left channel is the loudspeaker reference
+constexpr int32_t FRAME_LINEIN_CHANNELS = 2;  // line-in; left: the loudspeaker reference
 
 // One interleaved microphone frame: 960 samples x 8 channels x 2 bytes.
 constexpr int32_t FRAME_MIC_BYTES = FRAME_SAMPLES * FRAME_MIC_CHANNELS * FRAME_SAMPLE_BYTES;
