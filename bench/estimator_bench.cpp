@@ -96,7 +96,7 @@ void BM_Transforms(benchmark::State &state) {
     for (int m = 0; m < ORIEN_MIC_NUM; ++m)
       spectrumAnalyseBlock(est->transformPlan, est->micHistory[m], frame + m * ORIEN_FRAME_SIZE,
                            est->scratch.spectra[m]);
-    spectrumAnalyseBlock(est->transformPlan, est->refHistory, rec.reference(i), est->scratch.refSpectrum);
+    spectrumAnalyseBlock(est->transformPlan, est->farEnd.refHistory, rec.reference(i), est->scratch.refSpectrum);
     benchmark::ClobberMemory();
     ++i;
   }

@@ -59,7 +59,7 @@ void analyseBlocks(Run *r, RealTransformPlan *plan) {
   for (int m = 0; m < ORIEN_MIC_NUM; ++m)
     spectrumAnalyseBlock(plan, r->est->micHistory[m], r->rec->frame(i) + m * ORIEN_FRAME_SIZE,
                          r->est->scratch.spectra[m]);
-  spectrumAnalyseBlock(plan, r->est->refHistory, r->rec->reference(i), r->est->scratch.refSpectrum);
+  spectrumAnalyseBlock(plan, r->est->farEnd.refHistory, r->rec->reference(i), r->est->scratch.refSpectrum);
 }
 void transforms(Run *r) { analyseBlocks(r, r->est->transformPlan); }
 void transformsReference(Run *r) { analyseBlocks(r, nullptr); }

@@ -7,8 +7,8 @@
 #include <cstdio>
 
 #include "aplay/pcm_config.h"
+#include "audio/audio_wiring.h"
 #include "common/trace.h"
-#include "lifecycle/process.h"
 
 namespace {
 constexpr long kMicrosPerSecond = 1000000;

@@ -7,10 +7,10 @@
 
 #include "aplay/pcm_check.h"
 #include "aplay/pcm_config.h"
+#include "audio/audio_wiring.h"
 #include "audio/audioprocess.h"
 #include "common/shared_word.h"
 #include "common/trace.h"
-#include "lifecycle/process.h"
 
 namespace {
 
@@ -67,6 +67,9 @@ int set_params(AudioEndpoint *ep) {
   }
   if (ep->dumpHwParams) {
     fprintf(stderr, "HW Params of device \"%s\":\n", snd_pcm_name(pcm));
+    // Two separator lines with nothing between them: the ALSA sample player
+    // dumps the parameters between them; the dump was left out, the lines stay
+    // so that logs keep their shape.
     fprintf(stderr, "--------------------\n");
     fprintf(stderr, "--------------------\n");
   }

@@ -7,11 +7,14 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "common/frame_geometry.h"
 #include "common/shared_word.h"
 #include "common/trace.h"
 #include "edge_config.h"
-#include "lifecycle/process.h"
 
+int32_t recycleCapture = 0;
+int32_t startDelay = 0;
+ReadiFunc readiFunc = snd_pcm_readi;
 AudioEndpoint gEndpoints[4];
 
 namespace {
@@ -30,9 +33,9 @@ struct EndpointKind {
 };
 
 const EndpointKind kLineOut = {AUDIOPROCESS_LINEOUT, "AUDIOPROCESS_LINEOUT", QV_PCM_LINE, SND_PCM_STREAM_PLAYBACK, 4};
-const EndpointKind kDigitMic = {AUDIOPROCESS_DIGITMIC, "AUDIOPROCESS_DIGITMIC", QV_PCM_DIGITMIC, SND_PCM_STREAM_CAPTURE, 8};
+const EndpointKind kDigitMic = {AUDIOPROCESS_DIGITMIC, "AUDIOPROCESS_DIGITMIC", QV_PCM_DIGITMIC, SND_PCM_STREAM_CAPTURE, FRAME_MIC_CHANNELS};
 const EndpointKind kAnalogMic = {AUDIOPROCESS_ANALOGMIC, "AUDIOPROCESS_ANALOGMIC", QV_PCM_ANALOGMIC, SND_PCM_STREAM_CAPTURE, 8};
-const EndpointKind kLineIn = {AUDIOPROCESS_LINEIN, "AUDIOPROCESS_LINEIN", QV_PCM_LINE, SND_PCM_STREAM_CAPTURE, 2};
+const EndpointKind kLineIn = {AUDIOPROCESS_LINEIN, "AUDIOPROCESS_LINEIN", QV_PCM_LINE, SND_PCM_STREAM_CAPTURE, FRAME_LINEIN_CHANNELS};
 
 // Start and teardown go by type code: line-out, digital mic, analog mic, line-in.
 const EndpointKind *const kByTypeOrder[] = {&kLineOut, &kDigitMic, &kAnalogMic, &kLineIn};
@@ -60,6 +63,16 @@ AudioEndpoint *velquare_audioprocess_endpoint(uint32_t type) {
     case AUDIOPROCESS_LINEIN: return &gEndpoints[EP_LINEIN];
     default: return nullptr;
   }
+}
+
+int buffpool_rw_by_type(uint32_t type, int direction, void *buffer, const int32_t *len) {
+  AudioEndpoint *endpoint = velquare_audioprocess_endpoint(type);
+  if (endpoint == nullptr) {
+    if (direction == BUFFPOOL_WRITE || direction == BUFFPOOL_READ) puts("buffpool write|read err");
+    return -1;
+  }
+  if (direction != BUFFPOOL_WRITE && direction != BUFFPOOL_READ) return -1;
+  return buffpool_rw(&endpoint->pool, direction, buffer, len);
 }
 
 int velquare_audioprocess_init(int mask) {

@@ -3,8 +3,6 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "audio/audioprocess.h"
-
 int buffpool_create(BuffPool *pool) {
   if (pool == nullptr) {
     puts("buffpool create err");
@@ -50,16 +48,4 @@ int buffpool_rw(BuffPool *pool, int direction, void *buffer, const int32_t *len)
   if (direction == BUFFPOOL_WRITE) return buffpoolWriteBytes(*pool, buffer, *len);
   if (direction == BUFFPOOL_READ) return buffpoolReadBytes(*pool, buffer, *len);
   return 0;
-}
-
-int buffpool_rw_by_type(uint32_t type, int direction, void *buffer, const int32_t *len) {
-  AudioEndpoint *endpoint = velquare_audioprocess_endpoint(type);
-  if (endpoint == nullptr) {
-    if (direction == BUFFPOOL_WRITE || direction == BUFFPOOL_READ) puts("buffpool write|read err");
-    return -1;
-  }
-  BuffPool &pool = endpoint->pool;
-  if (direction == BUFFPOOL_READ) return poolReady(pool) ? buffpoolReadBytes(pool, buffer, *len) : -1;
-  if (direction == BUFFPOOL_WRITE) return poolReady(pool) ? buffpoolWriteBytes(pool, buffer, *len) : -1;
-  return -1;
 }

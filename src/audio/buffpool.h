@@ -25,7 +25,6 @@ struct BuffPool {
 int buffpool_create(BuffPool *pool);
 int buffpool_delete(BuffPool *pool);
 int buffpool_rw(BuffPool *pool, int direction, void *buffer, const int32_t *len);
-int buffpool_rw_by_type(uint32_t type, int direction, void *buffer, const int32_t *len);
 
 // The ring rules themselves, shared by the named operations above, the
 // capture workers (writers) and the angle service thread (reader). They do

@@ -14,7 +14,6 @@
 #include "audio/capture_recording.h"
 #include "common/shared_word.h"
 #include "common/trace.h"
-#include "lifecycle/process.h"
 
 namespace {
 constexpr int kWaitMillis = 100;  // wait for data after an empty or short read
@@ -93,3 +92,5 @@ void *velquare_audioprocess_capture_proc(void *typeField) {
   captureRecordingClose(&rec);
   return nullptr;
 }
+
+void recycle_signal_handler(int) { sharedStore(recycleCapture, 1); }

@@ -19,6 +19,9 @@ void *velquare_audioprocess_play_proc(void *typeField) {
   while (sharedLoad(ep->active)) {
     // Busy wait: the line-out is never started by the daemon itself.
   }
+  // Taken over from the ALSA sample player, which switches to blocking mode
+  // for the drain and then restores the mode its user chose. That mode is
+  // blocking here too, so the second call changes nothing; it stays as it is.
   snd_pcm_nonblock(ep->pcm, 0);
   snd_pcm_drain(ep->pcm);
   snd_pcm_nonblock(ep->pcm, 0);

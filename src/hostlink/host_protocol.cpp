@@ -10,8 +10,8 @@
 #include "common/shared_word.h"
 #include "edge_config.h"
 #include "hostlink/host_command.h"
+#include "hostlink/host_wiring.h"
 #include "hostlink/uart.h"
-#include "update/update_install.h"
 
 HostCtrl gHostCtrl;
 

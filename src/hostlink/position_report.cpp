@@ -4,23 +4,17 @@
 #include <cstdio>
 
 #include "common/shared_word.h"
-#include "edge_config.h"
 #include "hostlink/host_frames.h"
 #include "hostlink/host_protocol.h"
 #include "hostlink/uart.h"
 #include "lifecycle/process.h"
 #include "lifecycle/state_segment.h"
-#include "orienangle/estimator/angle_pipeline.h"
-
-static_assert(kPositionNone == ANGLE_NONE && kPositionSpeakerPlaying == ANGLE_FAR_END,
-              "the position byte's status codes are the estimator's");
 
 // Nothing is sent before the first real estimate unless the host asks.
 uint8_t lastPosi = kPositionNone;
 
 namespace {
 
-constexpr int kHostBaud = 115200;
 constexpr uint32_t kResendSeconds = 60;  // the first minute repeats the position every second
 
 bool lineFree() {
@@ -38,8 +32,7 @@ int sendPosiFrame(uint16_t code, uint8_t position) {
 
 uint32_t onAngleResult(uint32_t position) {
   if (lineFree()) {
-    if (sharedLoad(gHostCtrl.uartOpened) == 0 &&
-        uartOpen(QV_SERIAL_DEVICE, kHostBaud, 0, 8, 1, 0) == 0)
+    if (sharedLoad(gHostCtrl.uartOpened) == 0 && hostLineOpen() == 0)
       sharedStore(gHostCtrl.uartOpened, 1);
     if (position != sharedLoad(lastPosi) || sharedLoad(gHostCtrl.posiRequested) == 1) {
       printf("----------------------------> posi : %u\n", position);

@@ -10,6 +10,7 @@
 #include <cstdio>
 
 #include "common/shared_word.h"
+#include "edge_config.h"
 
 int32_t uartFd = -1;
 
@@ -113,3 +114,5 @@ int uartClose() {
   sharedStore(uartFd, -1);
   return result;
 }
+
+int hostLineOpen() { return uartOpen(QV_SERIAL_DEVICE, HOST_LINE_BAUD, 0, 8, 1, 0); }

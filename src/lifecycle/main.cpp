@@ -68,6 +68,10 @@ int main() {
     }
   }
 
+  // The run flag is cleared twice on purpose: before the endpoints go down, so
+  // the angle service stops reading their pools, and again after the teardown.
+  // Only the starter sets it, so the second store changes nothing; the
+  // shutdown sequence is kept exactly as it is.
   sharedStore(angleProcRun, 0);
   velquare_audioprocess_uninit(kDaemonEndpoints);
   sharedStore(angleProcRun, 0);

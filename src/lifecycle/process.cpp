@@ -8,11 +8,8 @@
 #include "audio/audioprocess.h"
 #include "common/shared_word.h"
 
-int32_t recycleCapture = 0;
-int32_t startDelay = 0;
 uint32_t runSeconds = 0;
 int32_t inAborting = 0;
-ReadiFunc readiFunc = snd_pcm_readi;
 int32_t mainRun = 0;
 int32_t angleProcRun = 0;
 
@@ -52,5 +49,3 @@ void abort_signal_handler(int sig) {
   }
   signal(sig, SIG_DFL);
 }
-
-void recycle_signal_handler(int) { sharedStore(recycleCapture, 1); }

@@ -44,7 +44,7 @@ class AnglePipeline : public ::testing::Test {
   void setFrame(int back, int peak, float height = 1.0f) {
     const uint32_t s = slot(back);
     est_->peakAngles[s][0] = static_cast<uint32_t>(peak);
-    est_->vadFlag[s] = est_->speechFlag[s] = 1;
+    est_->decision.vadFlag[s] = est_->decision.speechFlag[s] = 1;
     for (int a = 0; a < ORIEN_ANGLE_NUM; ++a)
       est_->angleSpectrum[s][a] =
           peak == kNone ? 0.0f : height * std::fmax(0.0f, 1.0f - std::fabs(a - peak) / 20.0f);
@@ -75,8 +75,8 @@ TEST_F(AnglePipeline, BandTestCountsBandsAboveThreeTimesNoiseAndKeepsActiveFlags
   for (int b : {0, 4, 8, 9, 15, 16}) est_->bandEnergy[b] = 3.5f;
   est_->bandEnergy[2] = 3.0f;  // not above 3 x noise
   angleBandTest(est_);
-  EXPECT_EQ(est_->lowBandHitCount[0], 3u);
-  EXPECT_EQ(est_->bandHitCount[0], 5u);  // band 16 takes no part
+  EXPECT_EQ(est_->decision.lowBandHitCount[0], 3u);
+  EXPECT_EQ(est_->decision.bandHitCount[0], 5u);  // band 16 takes no part
   EXPECT_TRUE(est_->bandActive[4] == 1u && est_->bandActive[2] == 0u);
   EXPECT_EQ(est_->bandActive[12], 1u);  // never cleared here
 }
@@ -97,7 +97,7 @@ TEST_F(AnglePipeline, BinSelectionNeedsThreeTimesNoiseAndOneAndAHalfTimesItsLeve
   EXPECT_TRUE(est_->binSelected[300] == 0u && est_->binSelected[301] == 1u);
   EXPECT_EQ(est_->binSelected[19], 7u);  // bins below 20 are not touched
   EXPECT_EQ(est_->binSelectedCount, 480u - 2u);
-  EXPECT_EQ(est_->binHitCount[0], 160u - 1u);  // bins 20..179 without bin 100
+  EXPECT_EQ(est_->decision.binHitCount[0], 160u - 1u);  // bins 20..179 without bin 100
 }
 
 TEST_F(AnglePipeline, DigitalSilenceIsTenConsecutiveSamplesWithinOne) {
@@ -117,8 +117,8 @@ TEST_F(AnglePipeline, DigitalSilenceIsTenConsecutiveSamplesWithinOne) {
 // (here suspending, so 231 and a restart); pooling starts on the tenth. After
 // 150 frames without a decision the direction is dropped.
 TEST_F(AnglePipeline, UpdateGateTimingAndStaleTimeout) {
-  for (auto &flag : est_->farEndFlag) flag = 1;
-  est_->farEndLatched = 1;
+  for (auto &flag : est_->farEnd.farEndFlag) flag = 1;
+  est_->farEnd.farEndLatched = 1;
   agreeingHistory(100);
   for (int idle = 0; idle < 4; ++idle) {
     decideAt(idle);
@@ -146,25 +146,25 @@ TEST_F(AnglePipeline, UpdateGateTimingAndStaleTimeout) {
 
 TEST_F(AnglePipeline, LoudspeakerSuspendsOnMoreThanSixteenOfTheLastFifty) {
   agreeingHistory(100);
-  for (int back = 50; back < 70; ++back) est_->farEndFlag[slot(back)] = 1;  // outside the window
-  for (int back = 0; back < 16; ++back) est_->farEndFlag[slot(back)] = 1;
+  for (int back = 50; back < 70; ++back) est_->farEnd.farEndFlag[slot(back)] = 1;  // outside the window
+  for (int back = 0; back < 16; ++back) est_->farEnd.farEndFlag[slot(back)] = 1;
   est_->curAngle = 80;
-  est_->farEndLatched = 1;
+  est_->farEnd.farEndLatched = 1;
   decideAt(5);
   EXPECT_TRUE(est_->idleFrames == 6 && est_->curAngle == 80u);  // 16 do not suspend
 
-  est_->farEndFlag[slot(49)] = 1;  // the 17th, oldest in the window
-  est_->farEndLatched = 0;
+  est_->farEnd.farEndFlag[slot(49)] = 1;  // the 17th, oldest in the window
+  est_->farEnd.farEndLatched = 0;
   decideAt(5);
   EXPECT_TRUE(est_->idleFrames == 0 && est_->curAngle == 80u);  // not latched: the value stays
-  est_->farEndLatched = 1;
+  est_->farEnd.farEndLatched = 1;
   decideAt(5);
   EXPECT_EQ(est_->curAngle, 231u);
 
   // Frames with the loudspeaker active are not pooled: pooled ages end at 49.
   SetUp();
   agreeingHistory(100);
-  for (int back = 49; back < 80; ++back) est_->farEndFlag[slot(back)] = 1;  // one in the window
+  for (int back = 49; back < 80; ++back) est_->farEnd.farEndFlag[slot(back)] = 1;  // one in the window
   decideAt(20);
   EXPECT_EQ(est_->curAngle, 230u);
 }
@@ -176,10 +176,10 @@ TEST_F(AnglePipeline, AcceptanceThresholdsAreStrict) {
     int passing, failing;
   } cases[] = {
       {"voiced frames", [](AnglePipeline *t, int n) {
-         for (int back = 1; back < 80; ++back) t->est_->vadFlag[t->slot(back)] = back <= n;
+         for (int back = 1; back < 80; ++back) t->est_->decision.vadFlag[t->slot(back)] = back <= n;
        }, 20, 19},
       {"speech frames", [](AnglePipeline *t, int n) {
-         for (int back = 1; back < 80; ++back) t->est_->speechFlag[t->slot(back)] = back > 79 - n;
+         for (int back = 1; back < 80; ++back) t->est_->decision.speechFlag[t->slot(back)] = back > 79 - n;
        }, 12, 11},
       {"pooled frames", [](AnglePipeline *t, int n) {  // 4 near, n - 5 far and one at age 61
          for (int back = 5; back < 80; ++back)
@@ -252,17 +252,17 @@ TEST_F(AnglePipeline, EveryCallPublishesLowBytesAndAdvancesBothCursors) {
   est_->frameCursor = 99;
   est_->ringCursor = 7;
   est_->idleFrames = 4;
-  est_->farEndLatched = 1;
-  for (int back = 0; back < 17; ++back) est_->farEndFlag[slot(back)] = 1;
+  est_->farEnd.farEndLatched = 1;
+  for (int back = 0; back < 17; ++back) est_->farEnd.farEndFlag[slot(back)] = 1;
   process(zeros.data());  // null reference: the ring keeps its flags
   EXPECT_TRUE(angle == 231 && aux == 230);
-  EXPECT_EQ(est_->farEndFlag[99], 1u);
+  EXPECT_EQ(est_->farEnd.farEndFlag[99], 1u);
   EXPECT_TRUE(est_->frameCursor == 0u && est_->ringCursor == 0u);
 
   std::vector<float> spkin(ORIEN_FRAME_SIZE, 0.0f);
-  est_->farEndFlag[0] = 1;
+  est_->farEnd.farEndFlag[0] = 1;
   process(zeros.data(), spkin.data());  // a silent reference is inactive
-  EXPECT_EQ(est_->farEndFlag[0], 0u);
+  EXPECT_EQ(est_->farEnd.farEndFlag[0], 0u);
   EXPECT_TRUE(est_->frameCursor == 1u && est_->ringCursor == 1u);
 }
 

@@ -18,7 +18,7 @@ TEST(Estimator, CreationAndReinitialisationGiveDefaultsAndZeroesEverythingElse) 
     EXPECT_TRUE(est->curAngle == 230u && est->prevAngle == 230u);
     for (auto &slot : est->peakAngles)
       for (uint32_t a : slot) ASSERT_EQ(a, 230u);
-    for (const NoiseTracker *t : {&est->micNoise, &est->refNoise, &est->spareNoise})
+    for (const NoiseTracker *t : {&est->micNoise, &est->farEnd.refNoise, &est->spareNoise})
       EXPECT_TRUE(t->firstFrame == 1 && t->forcedUpdate == 1);
     EXPECT_EQ(est->steering[90][7][3].re, 1.0f);
 
@@ -30,7 +30,7 @@ TEST(Estimator, CreationAndReinitialisationGiveDefaultsAndZeroesEverythingElse) 
     copy->curAngle = copy->prevAngle = 0;
     copy->denoiser = nullptr;
     copy->transformPlan = nullptr;
-    for (NoiseTracker *t : {&copy->micNoise, &copy->refNoise, &copy->spareNoise})
+    for (NoiseTracker *t : {&copy->micNoise, &copy->farEnd.refNoise, &copy->spareNoise})
       t->firstFrame = t->forcedUpdate = 0;
     const auto *bytes = reinterpret_cast<const unsigned char *>(copy.get());
     EXPECT_EQ(std::count(bytes, bytes + sizeof *copy, 0), static_cast<long>(sizeof *copy)) << "pass " << pass;

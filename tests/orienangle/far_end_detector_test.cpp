@@ -16,40 +16,40 @@ struct Detector {
   std::vector<float> loud = testsig::noise(ORIEN_FRAME_SIZE, 8000.0f, 2);
 
   Detector() {
-    noiseTrackerInit(&est->refNoise);
+    noiseTrackerInit(&est->farEnd.refNoise);
     for (int i = 0; i < 10; ++i) farEndDetect(est.get(), quiet.data());  // noise start-up
   }
   // Flags in the slots 1..count (the current slot 0 is left to the detector).
   void setOthers(int count) {
-    for (int s = 1; s < ORIEN_SLOTS; ++s) est->farEndFlag[s] = s <= count ? 1u : 0u;
+    for (int s = 1; s < ORIEN_SLOTS; ++s) est->farEnd.farEndFlag[s] = s <= count ? 1u : 0u;
   }
 };
 
 TEST(FarEndDetector, ZeroReferenceIsNeverActiveNorLatched) {
   std::unique_ptr<OrienAngleEstimator> est{new OrienAngleEstimator()};
-  noiseTrackerInit(&est->refNoise);
+  noiseTrackerInit(&est->farEnd.refNoise);
   std::vector<float> zeros(ORIEN_FRAME_SIZE, 0.0f);
   for (int f = 0; f < 150; ++f) {
     est->frameCursor = f % ORIEN_SLOTS;
-    est->farEndFlag[est->frameCursor] = 1;
+    est->farEnd.farEndFlag[est->frameCursor] = 1;
     farEndDetect(est.get(), zeros.data());
-    ASSERT_EQ(est->farEndFlag[est->frameCursor], 0u) << f;
-    ASSERT_TRUE(est->refNoise.voiceMetric == 32 && est->refNoise.forcedUpdate == 1) << f;
+    ASSERT_EQ(est->farEnd.farEndFlag[est->frameCursor], 0u) << f;
+    ASSERT_TRUE(est->farEnd.refNoise.voiceMetric == 32 && est->farEnd.refNoise.forcedUpdate == 1) << f;
   }
-  EXPECT_EQ(est->farEndLatched, 0);
+  EXPECT_EQ(est->farEnd.farEndLatched, 0);
 }
 
 TEST(FarEndDetector, LoudReferenceAfterQuietStartUpIsActive) {
   Detector d;
-  EXPECT_EQ(d.est->farEndFlag[0], 0u);  // the quiet frames forced noise updates
+  EXPECT_EQ(d.est->farEnd.farEndFlag[0], 0u);  // the quiet frames forced noise updates
   farEndDetect(d.est.get(), d.loud.data());
-  EXPECT_EQ(d.est->farEndFlag[0], 1u);
-  EXPECT_EQ(d.est->refNoise.forcedUpdate, 0);
-  EXPECT_GE(d.est->refNoise.voiceMetric, 38);
+  EXPECT_EQ(d.est->farEnd.farEndFlag[0], 1u);
+  EXPECT_EQ(d.est->farEnd.refNoise.forcedUpdate, 0);
+  EXPECT_GE(d.est->farEnd.refNoise.voiceMetric, 38);
   // Once the loud frame has left the block and the smoothed energy has decayed,
   // the reference is inactive again.
   for (int i = 0; i < 12; ++i) farEndDetect(d.est.get(), d.quiet.data());
-  EXPECT_EQ(d.est->farEndFlag[0], 0u);
+  EXPECT_EQ(d.est->farEnd.farEndFlag[0], 0u);
 }
 
 // Latches on the 66th active frame of the last hundred; releases only below 19
@@ -68,10 +68,10 @@ TEST(FarEndDetector, LatchHysteresis) {
   };
   for (const Case &c : cases) {
     Detector d;
-    d.est->farEndLatched = c.latchedBefore;
+    d.est->farEnd.farEndLatched = c.latchedBefore;
     d.setOthers(c.others);
     farEndDetect(d.est.get(), c.loudNow ? d.loud.data() : d.quiet.data());
-    EXPECT_EQ(d.est->farEndLatched, c.latched) << c.latchedBefore << " " << c.others;
+    EXPECT_EQ(d.est->farEnd.farEndLatched, c.latched) << c.latchedBefore << " " << c.others;
   }
 }
 

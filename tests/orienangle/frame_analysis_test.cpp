@@ -78,9 +78,9 @@ TEST(FrameAnalysis, LowToneAfterQuietIsSpeechButBroadbandNoiseIsNot) {
     for (size_t f = 0; f < 13; ++f) {
       testsig::frameOf(planes, n, f, frame.data());
       fe.run(frame.data());
-      ASSERT_TRUE(f >= 12 || fe.est->speechFlag[0] == 0u) << f;
+      ASSERT_TRUE(f >= 12 || fe.est->decision.speechFlag[0] == 0u) << f;
     }
-    EXPECT_EQ(fe.est->speechFlag[0], tone ? 1u : 0u) << (tone ? "tone" : "noise");
+    EXPECT_EQ(fe.est->decision.speechFlag[0], tone ? 1u : 0u) << (tone ? "tone" : "noise");
   }
 }
 

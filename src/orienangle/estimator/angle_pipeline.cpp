@@ -36,7 +36,7 @@ int firstMaximum(const float *v) {
 
 }  // namespace
 
-// Step 2: bands above three times their noise.
+// Band test: bands above three times their noise.
 void angleBandTest(OrienAngleEstimator *est) {
   const uint32_t slot = est->frameCursor;
   uint32_t hits = 0;
@@ -45,16 +45,16 @@ void angleBandTest(OrienAngleEstimator *est) {
       ++hits;
       est->bandActive[b] = 1;
     }
-    if (b == PIPE_LOW_HIT_LAST) est->lowBandHitCount[slot] = hits;
+    if (b == PIPE_LOW_HIT_LAST) est->decision.lowBandHitCount[slot] = hits;
   }
-  est->bandHitCount[slot] = hits;
+  est->decision.bandHitCount[slot] = hits;
 }
 
-// Step 3: bins well above their noise and above their recent level.
+// Bin selection: bins well above their noise and above their recent level.
 void angleSelectBins(OrienAngleEstimator *est) {
   const uint32_t slot = est->frameCursor;
   est->binSelectedCount = 0;
-  est->binHitCount[slot] = 0;
+  est->decision.binHitCount[slot] = 0;
   for (int k = ORIEN_SCAN_FIRST_BIN; k < ORIEN_BINS; ++k) {
     const float p = est->binPower[k];
     const bool aboveNoise = p > PIPE_BIN_NOISE_FACTOR * est->micNoise.binNoise[k];  // single
@@ -62,7 +62,7 @@ void angleSelectBins(OrienAngleEstimator *est) {
     if (aboveNoise && aboveLevel) {
       est->binSelected[k] = 1;
       ++est->binSelectedCount;
-      if (k <= ORIEN_LOW_BIN_LAST) ++est->binHitCount[slot];
+      if (k <= ORIEN_LOW_BIN_LAST) ++est->decision.binHitCount[slot];
     } else {
       est->binSelected[k] = 0;
     }
@@ -78,7 +78,7 @@ int openGains(const float *gains) {
   return open;
 }
 
-// Step 5: the voice model on both halves of microphone 0.
+// Voice decision: the voice model on both halves of microphone 0.
 void voiceDecision(OrienAngleEstimator *est, const float *frame) {
   OrienAngleScratch &s = est->scratch;
   const float p1 = rnnoise_process_frame(est->denoiser, s.denoiseOut[0], s.denoiseInput);
@@ -87,12 +87,12 @@ void voiceDecision(OrienAngleEstimator *est, const float *frame) {
   const bool voiced = p1 > PIPE_VOICE_PROB || p2 > PIPE_VOICE_PROB ||
                       openGains(s.denoiseOut[0]) >= PIPE_OPEN_GAINS ||
                       openGains(s.denoiseOut[1]) >= PIPE_OPEN_GAINS;
-  est->vadFlag[est->frameCursor] = voiced ? 1u : 0u;
+  est->decision.vadFlag[est->frameCursor] = voiced ? 1u : 0u;
 }
 
 }  // namespace
 
-// Step 6: ten consecutive samples within +-1 anywhere in the frame (runs cross planes).
+// Digital silence: ten consecutive samples within +-1 anywhere in the frame (runs cross planes).
 bool angleDigitalSilence(const float *frame) {
   int run = 0;
   for (int i = 0; i < ORIEN_MIC_NUM * ORIEN_FRAME_SIZE; ++i) {
@@ -107,7 +107,7 @@ bool angleDigitalSilence(const float *frame) {
 
 namespace {
 
-// Step 7 for a frame that is not silent.
+// Spatial scan of a frame that is not silent, unless a hold after silence skips it.
 void spatialStep(OrienAngleEstimator *est) {
   if (est->holdCount >= 1 && est->holdCount <= PIPE_HOLD_ANALYSE - 1) {
     ++est->holdCount;
@@ -128,11 +128,11 @@ void spatialStep(OrienAngleEstimator *est) {
 int farEndCount(const OrienAngleEstimator *est, int window) {
   int count = 0;
   for (int back = 0; back < window; ++back)
-    if (est->farEndFlag[slotBefore(est->frameCursor, back)] != 0) ++count;
+    if (est->farEnd.farEndFlag[slotBefore(est->frameCursor, back)] != 0) ++count;
   return count;
 }
 
-// Step 9: pools agreeing frames; true when a direction was decided.
+// Pooling and acceptance: pools agreeing frames; true when a direction was decided.
 bool poolAndDecide(OrienAngleEstimator *est) {
   const uint32_t cursor = est->frameCursor;
   const int a0 = static_cast<int>(est->peakAngles[cursor][0]);
@@ -144,10 +144,10 @@ bool poolAndDecide(OrienAngleEstimator *est) {
 
   auto visit = [&](int back, int centre) {
     const uint32_t f = slotBefore(cursor, back);
-    if (est->vadFlag[f] != 0) ++voiced;
-    if (est->speechFlag[f] != 0) ++speech;
+    if (est->decision.vadFlag[f] != 0) ++voiced;
+    if (est->decision.speechFlag[f] != 0) ++speech;
     const int peak = static_cast<int>(est->peakAngles[f][0]);
-    if (absInt(peak - centre) > PIPE_AGREE_DEGREES || est->farEndFlag[f] != 0) return false;
+    if (absInt(peak - centre) > PIPE_AGREE_DEGREES || est->farEnd.farEndFlag[f] != 0) return false;
     for (int a = 0; a < ORIEN_ANGLE_NUM; ++a) acc[a] += est->angleSpectrum[f][a];
     ++pooled;
     return true;
@@ -187,13 +187,13 @@ bool poolAndDecide(OrienAngleEstimator *est) {
 
 }  // namespace
 
-// Steps 8-10: the update gate, pooling and the stale timeout.
+// Decision: the record-only frames, the loudspeaker gate, pooling and the stale timeout.
 void angleDecide(OrienAngleEstimator *est) {
   ++est->idleFrames;
   if (est->idleFrames <= PIPE_RECORD_ONLY_FRAMES) return;
   if (farEndCount(est, PIPE_FAR_END_WINDOW) > PIPE_FAR_END_FRAMES) {
     est->idleFrames = 0;
-    if (est->farEndLatched == 1) est->curAngle = ANGLE_FAR_END;
+    if (est->farEnd.farEndLatched == 1) est->curAngle = ANGLE_FAR_END;
     return;
   }
   if (est->idleFrames <= PIPE_MIN_IDLE_FOR_POOL) return;
@@ -208,27 +208,27 @@ float angleFrameProcess(OrienAngleEstimator *est, const float *, const float *fr
                         const float *spkinFrame, uint8_t *outAngle, uint8_t *outAux) {
   OrienAngleScratch &s = est->scratch;
 
-  // 1. Preparation, loudspeaker detector, spectral front end.
+  // Preparation, loudspeaker detector, spectral front end.
   std::memset(s.frontEnd, 0, sizeof s.frontEnd);
   s.frontEnd[0] = 1.0f;
   std::memcpy(s.denoiseInput, frame, sizeof(float) * PIPE_DENOISE_BLOCK);
   if (spkinFrame != nullptr) farEndDetect(est, spkinFrame);
   const float result = orienAngleFrameAnalyse(est, frame, s.frontEnd, s.spectra);
 
-  // 2, 3.
+  // Which bands and bins stand out of the noise.
   angleBandTest(est);
   angleSelectBins(est);
 
-  // 4. Restart the voice model after more than 100 s without a direction.
+  // Restart the voice model after more than 100 s without a direction.
   if (est->idleFrames > PIPE_DENOISE_RESET_FRAMES && est->curAngle == ANGLE_NONE) {
     rnnoise_init(est->denoiser, nullptr);
     est->idleFrames = 0;
   }
 
-  // 5.
+  // Voice decision on microphone 0.
   voiceDecision(est, frame);
 
-  // 6, 7. Digital silence holds the analysis off for this frame and the next two.
+  // Digital silence holds the analysis off for this frame and the next two.
   if (angleDigitalSilence(frame)) {
     est->holdCount = PIPE_HOLD_AFTER_SILENCE;
     clearPeaks(est);
@@ -236,10 +236,10 @@ float angleFrameProcess(OrienAngleEstimator *est, const float *, const float *fr
     spatialStep(est);
   }
 
-  // 8-10.
+  // Gate, pool and smooth the direction.
   angleDecide(est);
 
-  // 11. Publication and advance.
+  // Publication and advance of both ring cursors.
   *outAngle = static_cast<uint8_t>(est->curAngle & 0xFF);
   *outAux = static_cast<uint8_t>(est->prevAngle & 0xFF);
   est->frameCursor = (est->frameCursor + 1) % ORIEN_SLOTS;

@@ -2,10 +2,19 @@
 #pragma once
 #include <cstdint>
 
+#include "orienangle/estimator/estimator_constants.h"  // ANGLE_NONE, ANGLE_FAR_END
+
 struct OrienAngleEstimator;
 
-constexpr int ANGLE_NONE = 230;       // no direction known
-constexpr int ANGLE_FAR_END = 231;    // the loudspeaker is playing, updates suspended
+// What each of the last 100 frames said, indexed by frameCursor: the band and
+// bin tests' counts and the two speech decisions that acceptance reads back.
+struct AngleDecisionRings {
+  uint32_t bandHitCount[ORIEN_SLOTS];     // bands 0..15 above 3 x noise
+  uint32_t lowBandHitCount[ORIEN_SLOTS];  // the same over bands 0..8
+  uint32_t speechFlag[ORIEN_SLOTS];       // band-SNR speech decision (frame analysis)
+  uint32_t vadFlag[ORIEN_SLOTS];          // voice decision
+  uint32_t binHitCount[ORIEN_SLOTS];      // selected bins among 20..179
+};
 
 // frame: 8 planes of 960 floats at 16-bit scale; spkinFrame: 960 floats or null.
 // Writes the low bytes of the published direction and of the second byte.
@@ -14,9 +23,9 @@ float angleFrameProcess(OrienAngleEstimator *est, const float *frameAlias, const
 
 // Steps of one frame, each acting on the state record as angleFrameProcess uses
 // them; exposed so that a rule can be exercised on its own.
-// Band test: bands 0..15 above 3 x noise (sets bandActive, the per-frame counts).
+// Band test: bands 0..15 above 3 x noise (sets bandActive, the decision rings' counts).
 void angleBandTest(OrienAngleEstimator *est);
-// Bin selection over bins 20..499 (binSelected, binSelectedCount, binHitCount).
+// Bin selection over bins 20..499 (binSelected, binSelectedCount, decision.binHitCount).
 void angleSelectBins(OrienAngleEstimator *est);
 // Ten consecutive samples within +-1 anywhere in the 8 x 960 frame.
 bool angleDigitalSilence(const float *frame);

@@ -36,7 +36,7 @@ int orienAngleEstimatorInit(OrienAngleEstimator *est) {
     for (auto &angle : slot) angle = ANGLE_NONE;
   steeringBuild(est->steering, &est->scanSteering);
   noiseTrackerInit(&est->micNoise);
-  noiseTrackerInit(&est->refNoise);
+  noiseTrackerInit(&est->farEnd.refNoise);
   noiseTrackerInit(&est->spareNoise);
   return 0;
 }

@@ -9,7 +9,9 @@
 #pragma once
 #include <cstdint>
 
+#include "orienangle/estimator/angle_pipeline.h"
 #include "orienangle/estimator/estimator_constants.h"
+#include "orienangle/estimator/far_end_detector.h"
 #include "orienangle/estimator/noise_tracker.h"
 #include "orienangle/estimator/real_transform.h"
 #include "orienangle/estimator/spectrum.h"
@@ -35,9 +37,7 @@ struct OrienAngleEstimator {
   uint32_t curAngle;                                    // published direction or status
   uint32_t prevAngle;                                   // second published byte
   int32_t idleFrames;                                   // frames since the last decision
-  uint32_t bandHitCount[ORIEN_SLOTS];                   // bands 0..15 above 3 x noise
-  uint32_t lowBandHitCount[ORIEN_SLOTS];                // the same over bands 0..8
-  uint32_t speechFlag[ORIEN_SLOTS];                     // band-SNR speech decision
+  AngleDecisionRings decision;                          // per-frame counts and speech decisions
   uint32_t bandActive[PIPE_HIT_BANDS];                  // band ever above 3 x noise
   OrienComplex steering[ORIEN_ANGLE_NUM][ORIEN_BINS][ORIEN_MIC_NUM];  // a, k, m
   int32_t holdCount;                                    // skip counter after digital silence
@@ -50,15 +50,10 @@ struct OrienAngleEstimator {
   float binPower[ORIEN_SPECTRUM_BINS];                  // sum over microphones of |X|^2, 0..499
   float binPowerSmooth[ORIEN_SPECTRUM_BINS];            // its recursive average, 0..499
   NoiseTracker micNoise;                                // fed with bandEnergy and binPower
-  NoiseTracker refNoise;                                // loudspeaker reference path
   NoiseTracker spareNoise;                              // initialised, never fed
-  uint32_t vadFlag[ORIEN_SLOTS];                        // voice decision per frame
-  uint32_t binHitCount[ORIEN_SLOTS];                    // selected bins among 20..179
-  uint32_t farEndFlag[ORIEN_SLOTS];                     // loudspeaker reference active
-  int32_t farEndLatched;                                // loudspeaker judged playing
+  FarEndDetector farEnd;                                // loudspeaker activity detector
   DenoiseState *denoiser;                               // owned voice-model state
   RealTransformPlan *transformPlan;                     // owned plan of the fast transform
-  float refHistory[ORIEN_HISTORY];                      // loudspeaker reference history
   // Set only by tests and offline tools, after creation: the transforms and the
   // angle scan then run their plain reference arithmetic instead of the fast paths.
   bool referenceArithmetic;

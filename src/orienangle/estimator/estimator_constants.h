@@ -3,8 +3,15 @@
 #pragma once
 #include <cstdint>
 
-#include "orienangle/estimator/angle_pipeline.h"  // ANGLE_NONE (230), ANGLE_FAR_END (231)
-#include "orienangle/estimator/frame_convert.h"   // ORIEN_MIC_NUM (8), ORIEN_FRAME_SIZE (960)
+// ---- Frame ----
+// The capture format's frame (the daemon's frame geometry, which the angle
+// module checks against these two at compile time).
+constexpr int ORIEN_MIC_NUM = 8;
+constexpr int ORIEN_FRAME_SIZE = 960;  // samples per channel per frame, 20 ms at 48 kHz
+
+// ---- Direction byte status codes ----
+constexpr int ANGLE_NONE = 230;     // no direction known
+constexpr int ANGLE_FAR_END = 231;  // the loudspeaker is playing, updates suspended
 
 // ---- Array geometry and angle grid ----
 constexpr int ORIEN_ANGLE_NUM = 181;       // candidate directions, index a = theta + 90 degrees

@@ -1,5 +1,6 @@
 #include "orienangle/estimator/far_end_detector.h"
 
+#include "orienangle/estimator/estimator.h"
 #include "orienangle/estimator/noise_tracker.h"
 #include "orienangle/estimator/spectrum.h"
 
@@ -8,25 +9,26 @@
 // tracker's update (same weights, floors, limits and precision), run without bin
 // powers; the detector adds only its activity decision and the latch.
 void farEndDetect(OrienAngleEstimator *est, const float *spkinFrame) {
+  FarEndDetector &d = est->farEnd;
   OrienComplex *spectrum = est->scratch.refSpectrum;
-  spectrumAnalyseBlock(orienAngleTransformPlan(est), est->refHistory, spkinFrame, spectrum);
+  spectrumAnalyseBlock(orienAngleTransformPlan(est), d.refHistory, spkinFrame, spectrum);
   float energies[ORIEN_BANDS];
   bandEnergies(energies, spectrum);
 
-  NoiseTracker *t = &est->refNoise;
+  NoiseTracker *t = &d.refNoise;
   noiseTrackerUpdate(t, energies, nullptr);
 
   const uint32_t slot = est->frameCursor;
   const bool active = !(t->voiceMetric < FAR_END_ACTIVE_METRIC || t->forcedUpdate == 1);
-  est->farEndFlag[slot] = active ? 1u : 0u;
+  d.farEndFlag[slot] = active ? 1u : 0u;
 
   // The window of the last 100 frames is the whole ring.
   int count = 0;
   for (int i = 0; i < ORIEN_SLOTS; ++i)
-    if (est->farEndFlag[i] != 0) ++count;
-  if (est->farEndLatched == 0) {
-    if (count > FAR_END_LATCH_ON) est->farEndLatched = 1;
-  } else if (est->farEndLatched == 1) {
-    if (count < FAR_END_LATCH_OFF && !active) est->farEndLatched = 0;
+    if (d.farEndFlag[i] != 0) ++count;
+  if (d.farEndLatched == 0) {
+    if (count > FAR_END_LATCH_ON) d.farEndLatched = 1;
+  } else if (d.farEndLatched == 1) {
+    if (count < FAR_END_LATCH_OFF && !active) d.farEndLatched = 0;
   }
 }

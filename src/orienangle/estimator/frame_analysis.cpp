@@ -24,15 +24,15 @@ float bandSnrDb(float energy, float noise) {
 
 float orienAngleFrameAnalyse(OrienAngleEstimator *est, const float *frame, const float *,
                              OrienComplex (*spectra)[ORIEN_SPECTRUM_BINS]) {
-  // 1. Analysis block and transform per microphone.
+  // Analysis block and transform per microphone.
   RealTransformPlan *plan = orienAngleTransformPlan(est);
   for (int c = 0; c < ORIEN_MIC_NUM; ++c)
     spectrumAnalyseBlock(plan, est->micHistory[c], frame + c * ORIEN_FRAME_SIZE, spectra[c]);
 
-  // 2. Band energies of microphone 0.
+  // Band energies of microphone 0.
   bandEnergies(est->bandEnergy, spectra[0]);
 
-  // 3. Bin powers summed over microphones (single precision), smoothed in double.
+  // Bin powers summed over microphones (single precision), smoothed in double.
   for (int k = 0; k < ORIEN_BINS; ++k) {
     float p = 0.0f;
     for (int c = 0; c < ORIEN_MIC_NUM; ++c)
@@ -42,17 +42,17 @@ float orienAngleFrameAnalyse(OrienAngleEstimator *est, const float *frame, const
         static_cast<float>(SMOOTH_NEW * p + SMOOTH_OLD * est->binPowerSmooth[k]);
   }
 
-  // 4.
+  // Band and bin noise of the microphones.
   noiseTrackerUpdate(&est->micNoise, est->bandEnergy, est->binPower);
 
-  // 5. Smoothed band energies into the 8-frame ring (the cursor advances per frame elsewhere).
+  // Smoothed band energies into the 8-frame ring (the cursor advances per frame elsewhere).
   const uint32_t j = est->ringCursor;
   const uint32_t prev = (j + ORIEN_BAND_RING - 1) % ORIEN_BAND_RING;
   for (int i = 0; i < ORIEN_BANDS; ++i)
     est->bandEnergyRing[j][i] = static_cast<float>(SMOOTH_NEW * est->bandEnergy[i] +
                                                    SMOOTH_OLD * est->bandEnergyRing[prev][i]);
 
-  // 6-8. Band SNRs of this frame's raw energies against the tracked noise.
+  // Speech decision from the band SNRs of this frame's raw energies against the tracked noise.
   float lowMax = 0.0f, highMax = 0.0f;
   for (int b = 0; b <= SPEECH_LOW_LAST_BAND; ++b) {
     float d = bandSnrDb(est->bandEnergy[b], est->micNoise.chanNoise[b]);
@@ -62,6 +62,7 @@ float orienAngleFrameAnalyse(OrienAngleEstimator *est, const float *frame, const
     float d = bandSnrDb(est->bandEnergy[b], est->micNoise.chanNoise[b]);
     if (d > highMax) highMax = d;
   }
-  est->speechFlag[est->frameCursor] = static_cast<uint32_t>(frameSpeechDecision(lowMax, highMax));
+  est->decision.speechFlag[est->frameCursor] =
+      static_cast<uint32_t>(frameSpeechDecision(lowMax, highMax));
   return 0.0f;
 }

@@ -3,8 +3,7 @@
 #pragma once
 #include <cstdint>
 
-constexpr int ORIEN_MIC_NUM = 8;
-constexpr int ORIEN_FRAME_SIZE = 960;  // samples per channel per frame, 20 ms at 48 kHz
+#include "orienangle/estimator/estimator_constants.h"
 
 // interleaved: 960 frames of 8 samples; planar: 8 planes of 960 floats.
 void orienAngleFrameToPlanar(const uint8_t *interleaved, float *planar);

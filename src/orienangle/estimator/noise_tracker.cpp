@@ -34,17 +34,17 @@ int quantisedSnr(float energy, float noise) {
 }  // namespace
 
 void noiseTrackerUpdate(NoiseTracker *t, const float *energies, const float *binPowers) {
-  // 1. Smoothing weights (single precision); the first frame takes the energies as they are.
+  // Smoothing weights (single precision); the first frame takes the energies as they are.
   float wNew = NOISE_NEW_WEIGHT;
   float wOld = NOISE_OLD_WEIGHT;
   if (t->firstFrame == 1) {
     wNew = 1.0f;
     wOld = 0.0f;
   }
-  // 2.
+  // Updates so far, this one included (start-up ends after ten).
   const uint32_t n = ++t->frameCount;
 
-  // 3. Smoothed band energies and their slower average.
+  // Smoothed band energies and their slower average.
   for (int i = 0; i < ORIEN_BANDS; ++i) {
     float c = wNew * energies[i] + wOld * t->chanEnergy[i];  // single precision
     double h;
@@ -58,7 +58,7 @@ void noiseTrackerUpdate(NoiseTracker *t, const float *energies, const float *bin
     t->chanEnergyLong[i] = static_cast<float>(h + 0.5 * t->chanEnergyLong[i]);
   }
 
-  // 4. Start-up: the noise simply follows the floored energies.
+  // Start-up: the noise simply follows the floored energies.
   if (n <= NOISE_STARTUP_FRAMES) {
     for (int i = 0; i < ORIEN_BANDS; ++i)
       t->chanNoise[i] = static_cast<double>(t->chanEnergy[i]) > NOISE_ENERGY_FLOOR
@@ -70,30 +70,30 @@ void noiseTrackerUpdate(NoiseTracker *t, const float *energies, const float *bin
                                                                                : NOISE_BIN_FLOOR_F;
   }
 
-  // 5, 6. Voice metric over channels 1..16 from the quantised band SNRs.
+  // Voice metric over channels 1..16 from the quantised band SNRs.
   int32_t v = 0;
   for (int i = NOISE_METRIC_FIRST_BAND; i < NOISE_METRIC_FIRST_BAND + NOISE_METRIC_BANDS; ++i) {
     int q = quantisedSnr(t->chanEnergy[i], t->chanNoise[i]);
     v += VOICE_METRIC_TABLE[q < NOISE_SNR_INDEX_MAX ? q : NOISE_SNR_INDEX_MAX];
   }
 
-  // 7. Total energy, single precision from 0 in increasing channel order.
+  // Total energy, single precision from 0 in increasing channel order.
   float tce = 0.0f;
   for (int i = NOISE_METRIC_FIRST_BAND; i < NOISE_METRIC_FIRST_BAND + NOISE_METRIC_BANDS; ++i)
     tce += t->chanEnergy[i];
 
-  // 8, 9. This frame's levels in dB.
+  // This frame's levels in dB.
   float level[NOISE_METRIC_BANDS];
   for (int j = 0; j < NOISE_METRIC_BANDS; ++j)
     level[j] = static_cast<float>(10.0 * std::log10(static_cast<double>(t->chanEnergy[j + 1])));
   if (t->firstFrame == 1)
     for (int j = 0; j < NOISE_METRIC_BANDS; ++j) t->chanEnergyDb[j] = level[j];
 
-  // 10. Spectral deviation against the long-term levels (single precision).
+  // Spectral deviation against the long-term levels (single precision).
   float dev = 0.0f;
   for (int j = 0; j < NOISE_METRIC_BANDS; ++j) dev += std::fabs(t->chanEnergyDb[j] - level[j]);
 
-  // 11. Long-term averaging factor from the total energy: loud frames average slowest.
+  // Long-term averaging factor from the total energy: loud frames average slowest.
   float alpha = static_cast<float>(
       NOISE_ALPHA_MAX -
       NOISE_ALPHA_SLOPE * (NOISE_ALPHA_REF_DB - 10.0 * std::log10(static_cast<double>(tce))));
@@ -108,13 +108,13 @@ void noiseTrackerUpdate(NoiseTracker *t, const float *energies, const float *bin
     beta = 1.0 - alpha;
   }
 
-  // 12. Long-term levels: single-precision product, double sum.
+  // Long-term levels: single-precision product, double sum.
   for (int j = 0; j < NOISE_METRIC_BANDS; ++j) {
     float kept = alpha * t->chanEnergyDb[j];
     t->chanEnergyDb[j] = static_cast<float>(kept + beta * level[j]);
   }
 
-  // 13. Update decision.
+  // Update decision: forced for noise-like or quiet frames, else after a steady run.
   bool update = false;
   t->forcedUpdate = 0;
   if (v <= NOISE_METRIC_FORCED || tce < NOISE_LOW_ENERGY) {
@@ -126,7 +126,7 @@ void noiseTrackerUpdate(NoiseTracker *t, const float *energies, const float *bin
     update = t->updateCnt > NOISE_STEADY_FRAMES;
   }
 
-  // 14. Hysteresis: a count that stops moving is cleared after seven frames.
+  // Hysteresis: a count that stops moving is cleared after seven frames.
   if (t->updateCnt == t->lastUpdateCnt) {
     t->hysterCnt += 1;
     if (t->hysterCnt > NOISE_HYSTERESIS_FRAMES) t->updateCnt = 0;
@@ -135,7 +135,7 @@ void noiseTrackerUpdate(NoiseTracker *t, const float *energies, const float *bin
     t->hysterCnt = 0;
   }
 
-  // 15. Noise update (double, stored as float, floored).
+  // Noise update (double, stored as float, floored).
   if (update) {
     for (int i = 0; i < ORIEN_BANDS; ++i)
       t->chanNoise[i] = floorEnergy(static_cast<float>(
@@ -146,7 +146,7 @@ void noiseTrackerUpdate(NoiseTracker *t, const float *energies, const float *bin
                                                      NOISE_UPDATE_KEEP * t->binNoise[k]));
   }
 
-  // 16.
+  // Kept for the callers' activity tests.
   t->voiceMetric = v;
   t->firstFrame = 0;
 }

@@ -13,6 +13,11 @@
 #include "orienangle/estimator/estimator.h"
 #include "orienangle/estimator/frame_convert.h"
 
+// The estimator works on the capture side's frames; it keeps its own copy of
+// their shape because it includes nothing outside itself.
+static_assert(ORIEN_MIC_NUM == FRAME_MIC_CHANNELS && ORIEN_FRAME_SIZE == FRAME_SAMPLES,
+              "the estimator's frame is the capture side's frame");
+
 VelquareSpeach gVelquareSpeach;
 
 namespace {

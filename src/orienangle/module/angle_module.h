@@ -8,14 +8,15 @@
 
 #include <cstdint>
 
+#include "common/frame_geometry.h"
+#include "orienangle/module/angle_ring.h"
 #include "orienangle/orienangle.h"
 
 struct OrienAngleEstimator;
 
-constexpr int32_t ANGLE_ALG_CHANNELS = 8;                // planes the estimator works on
-constexpr uint32_t ANGLE_MIC_FRAME_BYTES = 15360;        // 960 samples x 8 channels x 2 bytes
-constexpr uint32_t ANGLE_SPKIN_BLOCK_BYTES = 1920;       // 960 mono reference samples x 2 bytes
-constexpr uint32_t ANGLE_RING_BYTES = 153600;            // 10 microphone frames, 80 reference blocks
+constexpr int32_t ANGLE_ALG_CHANNELS = FRAME_MIC_CHANNELS;  // planes the estimator works on
+constexpr uint32_t ANGLE_MIC_FRAME_BYTES = FRAME_MIC_BYTES;
+constexpr uint32_t ANGLE_SPKIN_BLOCK_BYTES = FRAME_REF_BYTES;  // 960 mono reference samples
 constexpr uint32_t ANGLE_POSITION_BAD_INPUT = 255;       // process() result for unusable input
 constexpr int ANGLE_RING_WRITE = 1;
 constexpr int ANGLE_RING_READ = 2;

@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include "common/shared_word.h"
-#include "orienangle/module/angle_module.h"
 
 // The copies below move the same bytes as a byte loop over (counter + i) mod
 // size would, in at most two pieces split at the ring's end.

@@ -4,6 +4,12 @@
 #pragma once
 #include <cstdint>
 
+#include "common/frame_geometry.h"
+
+// Size of each of the module's two rings: 10 microphone frames, 80 reference blocks.
+constexpr uint32_t ANGLE_RING_BYTES = 10 * FRAME_MIC_BYTES;
+static_assert(ANGLE_RING_BYTES == 80 * FRAME_REF_BYTES, "the reference ring holds whole blocks");
+
 // Bytes the writer may still append without overrunning the reader.
 uint64_t angleRingFree(const uint64_t &setNum, const uint64_t &getNum);
 // Writer side: copies len bytes in and advances setNum; the caller checked the room.

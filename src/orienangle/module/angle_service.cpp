@@ -11,24 +11,29 @@
 #include "audio/audioprocess.h"
 #include "audio/buffpool.h"
 #include "common/shared_word.h"
-#include "edge_config.h"
+#include "hostlink/host_frames.h"
 #include "hostlink/host_protocol.h"
 #include "hostlink/uart.h"
 #include "common/trace.h"
 #include "lifecycle/process.h"
+#include "orienangle/estimator/estimator_constants.h"
 #include "orienangle/orienangle.h"
+
+// The service hands the module's positions to the host link's result
+// callback, which sends them as they are.
+static_assert(kPositionNone == ANGLE_NONE && kPositionSpeakerPlaying == ANGLE_FAR_END,
+              "the position byte's status codes are the estimator's");
 
 namespace {
 
 constexpr int kVersionMajor = 2;
 constexpr int kVersionMinor = 1;
-constexpr int kSerialSpeed = 115200;
 constexpr int kInitErrNumber = 1710;  // message number of the module init failure line
-constexpr int32_t kMicNum = 8;
-constexpr int32_t kFrameSize = 960;
-constexpr int32_t kSampleRate = 48000;
-constexpr int32_t kBitDepth = 16;
-constexpr int kLineChannels = 2;
+constexpr int32_t kMicNum = FRAME_MIC_CHANNELS;
+constexpr int32_t kFrameSize = FRAME_SAMPLES;
+constexpr int32_t kSampleRate = FRAME_SAMPLE_RATE;
+constexpr int32_t kBitDepth = FRAME_SAMPLE_BITS;
+constexpr int kLineChannels = FRAME_LINEIN_CHANNELS;
 
 pthread_t serviceThread;
 
@@ -69,7 +74,7 @@ void lineTurn(AngleService *svc) {
 }
 
 void startHostLink() {
-  if (uartOpen(QV_SERIAL_DEVICE, kSerialSpeed, 0, 8, 1, 0) == -1) {
+  if (hostLineOpen() == -1) {
     sharedStore(gHostCtrl.uartOpened, 0);
     return;
   }

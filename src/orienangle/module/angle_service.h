@@ -3,15 +3,16 @@
 #pragma once
 #include <cstdint>
 
+#include "common/frame_geometry.h"
 #include "orienangle/module/level_meter.h"
 
 void *velquare_orienangle_proc(void *);
 int velquare_orienangle_proc_start();  // sets angleProcRun and starts the thread; 0
 int velquare_orienangle_proc_stop();   // clears angleProcRun; 0
 
-constexpr int32_t ANGLE_SERVICE_MIC_FRAME_BYTES = 15360;  // 960 samples x 8 channels x 2 bytes
-constexpr int32_t ANGLE_SERVICE_LINE_FRAME_BYTES = 3840;  // 960 samples x 2 channels x 2 bytes
-constexpr int32_t ANGLE_SERVICE_REF_BYTES = 1920;         // the left line-in channel of a frame
+constexpr int32_t ANGLE_SERVICE_MIC_FRAME_BYTES = FRAME_MIC_BYTES;
+constexpr int32_t ANGLE_SERVICE_LINE_FRAME_BYTES = FRAME_LINEIN_BYTES;
+constexpr int32_t ANGLE_SERVICE_REF_BYTES = FRAME_REF_BYTES;  // the left line-in channel of a frame
 constexpr unsigned ANGLE_SERVICE_PAUSE_US = 2000;         // idle pause per loop turn
 
 // The thread's working storage and meter, apart from the thread so that a
