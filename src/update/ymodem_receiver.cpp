@@ -28,7 +28,10 @@ constexpr int32_t kIdleLimitSeconds = 5;         // more than this without progr
 constexpr int kReaderCallsPerBlock = 11;         // receive calls, from a block's first byte, before a partial block is handed on
 constexpr useconds_t kReaderWaitReadyUs = 2000;  // while the protocol thread holds a block
 constexpr useconds_t kReaderBetweenCallsUs = 5000;
-constexpr useconds_t kProtocolTurnUs = 10000;
+// A turn of the protocol thread. Far shorter than a block takes on the line
+// (11.5 ms at 115200 baud): a sender that sends every block twice (sb) must
+// not build up a backlog in the line's buffers.
+constexpr useconds_t kProtocolTurnUs = 2000;
 constexpr int kQuietLineMs = 20;  // a sender waiting for our reply: longer than any gap inside a block
 
 struct YmodemContext {
