@@ -25,7 +25,7 @@ constexpr uint32_t kStageFinished = 5;
 constexpr uint32_t kStageFailed = 6;
 
 constexpr int32_t kIdleLimitSeconds = 5;         // more than this without progress fails
-constexpr int kReaderCallsPerBlock = 11;         // receive calls, from a block's first byte, before a partial block is handed on
+constexpr int kReaderCallsPerBlock = 11;         // receive calls, from a chunk's first byte, before a partial chunk is handed on
 constexpr useconds_t kReaderWaitReadyUs = 2000;  // while the protocol thread holds a block
 constexpr useconds_t kReaderBetweenCallsUs = 5000;
 // A turn of the protocol thread. Far shorter than a block takes on the line
@@ -151,8 +151,7 @@ void *protocolThread(void *) {
 }
 
 // Asks only for the bytes the block still lacks, so a chunk never runs into
-// the next block. A chunk is handed on when it is a whole block, or when the
-// line stalled for the rest of kReaderCallsPerBlock calls after its first byte.
+// the next block.
 void *readerThread(void *) {
   pthread_detach(pthread_self());
   int got = 0;
@@ -165,7 +164,11 @@ void *readerThread(void *) {
     const int n = ctx.recv(ctx.block + got, kYmodemBlockBytes - got);
     if (n > 0) got += n;
     if (got > 0) ++calls;
-    if (got < kYmodemBlockBytes && calls < kReaderCallsPerBlock) {
+    // A block is only ever handed on whole: a sender held up mid-block (a
+    // loaded host) just delivers the rest later, and one that stopped is
+    // ended by the time-out. Anything else (EOT, noise) goes on after the calls.
+    const bool blockBegun = got > 0 && ctx.block[0] == kYmodemSoh;
+    if (got < kYmodemBlockBytes && (calls < kReaderCallsPerBlock || blockBegun)) {
       usleep(kReaderBetweenCallsUs);
       continue;
     }
