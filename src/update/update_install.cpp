@@ -106,7 +106,8 @@ bool copyFile(const char *from, const char *to) {
   const int out = open(to, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kExecutableMode);
   bool ok = in >= 0 && out >= 0;
   char buf[4096];
-  for (ssize_t n; ok && (n = read(in, buf, sizeof buf)) != 0;) ok = n > 0 && write(out, buf, static_cast<size_t>(n)) == n;
+  for (ssize_t n; ok && (n = read(in, buf, sizeof buf)) != 0;)
+    ok = n > 0 && write(out, buf, static_cast<size_t>(n)) == n;
   ok = ok && fsync(out) == 0;
   if (in >= 0) close(in);
   if (out >= 0) close(out);

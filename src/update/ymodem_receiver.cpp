@@ -25,7 +25,8 @@ constexpr uint32_t kStageFinished = 5;
 constexpr uint32_t kStageFailed = 6;
 
 constexpr int32_t kIdleLimitSeconds = 5;         // more than this without progress fails
-constexpr int kReaderCallsPerBlock = 11;         // receive calls, from a chunk's first byte, before a partial chunk is handed on
+// Receive calls, from a chunk's first byte, before a chunk that is not a block is handed on.
+constexpr int kReaderCallsPerBlock = 11;
 constexpr useconds_t kReaderWaitReadyUs = 2000;  // while the protocol thread holds a block
 constexpr useconds_t kReaderBetweenCallsUs = 5000;
 // A turn of the protocol thread. Far shorter than a block takes on the line

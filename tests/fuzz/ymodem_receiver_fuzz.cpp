@@ -45,8 +45,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (fault == 6 && ++next) continue;
     if (fault == 7) chunk = units[arg % (next + 1)];
     if (fault < 3) ++next;
-    const YmodemStep step =
-        velquare_ymodem_take_chunk(&rx, reinterpret_cast<const uint8_t *>(chunk.data()), static_cast<int>(chunk.size()));
+    const auto *bytes = reinterpret_cast<const uint8_t *>(chunk.data());
+    const YmodemStep step = velquare_ymodem_take_chunk(&rx, bytes, static_cast<int>(chunk.size()));
     if (step.dataLen > kYmodemDataBytes || memchr(rx.name, 0, sizeof rx.name) == nullptr) abort();
     written.append(reinterpret_cast<const char *>(step.data), step.dataLen);
     if (step.end != YMODEM_GOES_ON) break;

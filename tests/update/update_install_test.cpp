@@ -60,7 +60,9 @@ struct Script {
 
 std::vector<Script> scripts() {
   const std::string image = ownElf(300), alien(300, 'x');
-  const auto part = [](const std::string &file, int i) { return block(static_cast<uint8_t>(i + 1), file.substr(i * 128u, 128)); };
+  const auto part = [](const std::string &file, int i) {
+    return block(static_cast<uint8_t>(i + 1), file.substr(i * 128u, 128));
+  };
   const std::string b1 = part(image, 0), b2 = part(image, 1), b3 = part(image, 2);
   const std::string ota = header("quenvarile_ota", "300"), end = block(0, "");
   const std::vector<std::pair<std::string, std::string>> tail = {{kEot, kNak}, {kEot, kAckC}, {end, "\x06"}};
@@ -79,13 +81,16 @@ std::vector<Script> scripts() {
        opening({{ota, kAckC}, {changed(b1, 40, static_cast<char>(b1[40] ^ 8)), kNak}, {b1, kAckC}, {b1, kAckC},
                 {changed(b2, 0, kYmodemEot), kNak}, {b2, kAckC}, {b3.substr(0, 132), ""}, {b3, kNak}, {b3, kAckC},
                 tail[0], tail[1], tail[2]}), kOk, image},
-      {"a shell command as the name", {{"", "C"}, {header("x;echo INJECTED>injected.txt;id>>injected.txt", "300"), ""}}, kErr, kOld},
+      {"a shell command as the name",
+       {{"", "C"}, {header("x;echo INJECTED>injected.txt;id>>injected.txt", "300"), ""}}, kErr, kOld},
       {"the executable's own name", {{"", "C"}, {header("root/quenvarile", "300"), ""}}, kErr, kOld},
       {"size 0", whole(header("quenvarile_ota", "0"), image, 1), kErr, kOld},
       {"more data than announced", whole(header("quenvarile_ota", "200"), image, 3), kErr, kOld},
       {"not an executable of this board", whole(ota, alien, 3), kErr, kOld},
-      {"SOH as 0x04, the repeat, then silence", opening({{b1, kAckC}, {changed(b2, 0, kYmodemEot), kNak}, {b2, kAckC}}), kErr, kOld},
-      {"flipped bit, then the next block", opening({{changed(b1, 90, static_cast<char>(b1[90] ^ 1)), kNak}, {b2, ""}}), kErr, kOld},
+      {"SOH as 0x04, the repeat, then silence",
+       opening({{b1, kAckC}, {changed(b2, 0, kYmodemEot), kNak}, {b2, kAckC}}), kErr, kOld},
+      {"flipped bit, then the next block",
+       opening({{changed(b1, 90, static_cast<char>(b1[90] ^ 1)), kNak}, {b2, ""}}), kErr, kOld},
       {"sender stops mid-block", opening({{b1.substr(0, 60), ""}}), kErr, kOld},
       {"1024-byte blocks", opening({{"\x02\x01\xfe" + std::string(1026, 'k'), kNak}}), kErr, kOld},
   };
