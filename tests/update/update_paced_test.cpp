@@ -5,6 +5,7 @@
 // its outcome, so repeated runs (--gtest_repeat) give a tally.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
@@ -36,7 +37,8 @@ TEST_P(PacedUpdate, SbInstallsExactlyTheFileSent) {
   alsa.feedSilence(2, 2);
   const std::string daemonImage = strippedDaemon();
   ASSERT_GT(daemonImage.size(), 1000u);
-  const std::string payload = daemonImage.substr(0, GetParam());
+  // At most 100 KB: a sanitizer build's daemon is ten times the board's.
+  const std::string payload = daemonImage.substr(0, std::min<size_t>(GetParam(), 100 * 1024));
   const std::string old = "the running daemon's executable";
   box.write("root/quenvarile", old);
   box.write("quenvarile_ota", payload);
