@@ -34,3 +34,11 @@ set(QV_CMD_CHMOD "chmod 777" CACHE STRING "Shell command prefix that makes a fil
 
 configure_file(${CMAKE_CURRENT_LIST_DIR}/edge_config.h.in
                ${CMAKE_BINARY_DIR}/generated/edge_config.h @ONLY)
+
+# Power-cut seam of the update installation, sandbox builds only: with
+# QV_SANDBOX_UPDATE_CUT_AFTER=<step> in its environment the daemon ends at once
+# after that installation step (src/update/update_install.cpp), so tests can
+# check what a power cut at that moment leaves on disk.
+if(QV_SANDBOX)
+  add_compile_definitions(QV_UPDATE_POWER_CUT_SEAM=1)
+endif()

@@ -7,18 +7,22 @@
 
 namespace {
 
-YmodemBlockResult failed(YmodemReply reply) {
-  YmodemBlockResult r{};
-  r.status = -1;
-  r.reply = reply;
-  return r;
+YmodemStep reply(YmodemReply r) {
+  YmodemStep s{};
+  s.reply = r;
+  return s;
 }
 
-YmodemBlockResult accepted() {
-  YmodemBlockResult r{};
-  r.status = 0;
-  r.reply = YMODEM_REPLY_ACK_C;
-  return r;
+YmodemStep accepted() {
+  YmodemStep s = reply(YMODEM_REPLY_ACK_C);
+  s.progress = 1;
+  return s;
+}
+
+YmodemStep damaged() {
+  YmodemStep s = reply(YMODEM_REPLY_NAK);
+  s.damaged = 1;
+  return s;
 }
 
 // Decimal digits at text, cut at the first other character; saturates
@@ -33,54 +37,81 @@ uint32_t parseDecimal(const uint8_t *text, int len) {
 }
 
 // Block 0: "name\0size ..." (the sender may add mtime and mode after the size).
-YmodemBlockResult parseHeader(YmodemFile *file, const uint8_t *block, int len) {
-  const uint8_t *payload = block + kYmodemDataOffset;
-  const int payloadLen = len - kYmodemDataOffset - kYmodemCrcBytes;
+// Only the update file's own name is taken; nothing of any other name is touched.
+YmodemStep parseHeader(YmodemFile *file, const uint8_t *payload) {
   int nameLen = 0;
-  while (nameLen < payloadLen && nameLen < kYmodemNameBytes - 1 && payload[nameLen] != 0) ++nameLen;
+  while (nameLen < kYmodemDataBytes && payload[nameLen] != 0) ++nameLen;
   memcpy(file->name, payload, static_cast<size_t>(nameLen));
   file->name[nameLen] = 0;
 
-  if (strcmp(file->name, kYmodemBackupFileName) == 0) return failed(YMODEM_REPLY_NONE);
+  if (strcmp(file->name, kYmodemBackupFileName) == 0) return reply(YMODEM_REPLY_NONE);
   if (strcmp(file->name, kYmodemUpdateFileName) != 0) {
     printf("ymodem update filename(%s) is not %s\n", file->name, kYmodemUpdateFileName);
-    YmodemBlockResult r = failed(YMODEM_REPLY_NONE);
-    r.removeName = 1;
-    return r;
+    return reply(YMODEM_REPLY_NONE);
   }
   printf("fileName : %s\n", file->name);
   const int sizeAt = nameLen + 1;
-  file->remaining = sizeAt < payloadLen ? parseDecimal(payload + sizeAt, payloadLen - sizeAt) : 0;
+  file->announced = sizeAt < kYmodemDataBytes ? parseDecimal(payload + sizeAt, kYmodemDataBytes - sizeAt) : 0;
+  file->remaining = file->announced;
   printf("fileSize : %d\n", static_cast<int>(file->remaining));
   file->expectHeader = 0;
-  YmodemBlockResult r = accepted();
-  r.removeName = 1;
-  return r;
+  file->lastSeq = 0;
+  YmodemStep s = accepted();
+  s.headerTaken = 1;
+  return s;
 }
 
-YmodemBlockResult parseData(YmodemFile *file, const uint8_t *block) {
+YmodemStep parseData(YmodemFile *file, const uint8_t *block) {
   puts("parse SOH filedata");
-  YmodemBlockResult r = accepted();
-  r.dataBlock = 1;
   const int32_t seq = block[kYmodemSeqOffset];
-  if (seq == file->lastDataSeq) {
-    // A sender that reads the 'C' after our ACK as a request to repeat sends
-    // each block twice: answer the copy like the original, write it once.
+  if (seq == file->lastSeq) {
+    // Its ACK was lost, or the sender read our 'C' as a request to repeat
+    // (sb does, and sends every block twice): answer it again, write it once.
+    // A repeated header lands here too.
     printf("block %d again, not written\n", static_cast<int>(seq));
-    return r;
+    return accepted();
   }
-  file->lastDataSeq = seq;
-  r.data = block + kYmodemDataOffset;
+  if (seq != ((file->lastSeq + 1) & 0xFF)) {
+    printf("block %d after block %d: a block is missing\n", static_cast<int>(seq), static_cast<int>(file->lastSeq));
+    YmodemStep s = reply(YMODEM_REPLY_NONE);
+    s.end = YMODEM_BROKEN;
+    return s;
+  }
+  file->lastSeq = seq;
+  YmodemStep s = accepted();
+  s.data = block + kYmodemDataOffset;
   if (file->remaining == 0) {
     puts("----finished");
+    file->overrun = 1;  // more blocks than the announced size needs
   } else if (file->remaining < static_cast<uint32_t>(kYmodemDataBytes)) {
-    r.dataLen = file->remaining;  // the rest of the last block is fill
+    s.dataLen = file->remaining;  // the rest of the last block is fill
     file->remaining = 0;
   } else {
-    r.dataLen = kYmodemDataBytes;
+    s.dataLen = kYmodemDataBytes;
     file->remaining -= kYmodemDataBytes;
   }
-  return r;
+  return s;
+}
+
+YmodemStep parseBlock(YmodemFile *file, const uint8_t *block, int len) {
+  if (len != kYmodemBlockBytes) {
+    printf("err datalen[%d]\n", len);
+    return damaged();
+  }
+  const uint16_t computed = velquare_ymodem_crc16(block + kYmodemDataOffset, kYmodemDataBytes);
+  const uint16_t received = static_cast<uint16_t>(block[len - 2] << 8 | block[len - 1]);
+  printf("retcrc16 : %04x, getcrc16 : %04x \n", computed, received);
+  if (computed != received) {
+    puts("velquare_Ymodem_parse_soh crc16 err");
+    return damaged();
+  }
+  if ((block[kYmodemSeqOffset] ^ block[kYmodemSeqOffset + 1]) != 0xFF) {
+    printf("err block number %02x %02x\n", block[kYmodemSeqOffset], block[kYmodemSeqOffset + 1]);
+    return damaged();
+  }
+  if (file->expectHeader)
+    return block[kYmodemSeqOffset] == 0 ? parseHeader(file, block + kYmodemDataOffset) : reply(YMODEM_REPLY_NONE);
+  return parseData(file, block);
 }
 
 }  // namespace
@@ -88,25 +119,27 @@ YmodemBlockResult parseData(YmodemFile *file, const uint8_t *block) {
 void velquare_ymodem_file_reset(YmodemFile *file) {
   memset(file, 0, sizeof *file);
   file->expectHeader = 1;
-  file->lastDataSeq = kYmodemNoDataBlock;
 }
 
-YmodemBlockResult velquare_ymodem_parse_block(YmodemFile *file, const uint8_t *block, int len) {
-  if (len < kYmodemBlockBytes) {
-    printf("err datalen[%d]\n", len);
-    return failed(YMODEM_REPLY_NAK);
+YmodemStep velquare_ymodem_take_chunk(YmodemFile *file, const uint8_t *chunk, int len) {
+  if (chunk[0] == kYmodemSoh) {
+    if (file->eotCount == 0) return parseBlock(file, chunk, len);
+    YmodemStep s = reply(YMODEM_REPLY_ACK);  // the empty block 0 that closes the batch
+    s.end = YMODEM_CLOSED;
+    return s;
   }
-  const uint16_t computed =
-      velquare_ymodem_crc16(block + kYmodemDataOffset, len - kYmodemDataOffset - kYmodemCrcBytes);
-  const uint16_t received = static_cast<uint16_t>(block[len - 2] << 8 | block[len - 1]);
-  printf("retcrc16 : %04x, getcrc16 : %04x \n", computed, received);
-  if (computed != received) {
-    puts("velquare_Ymodem_parse_soh crc16 err");
-    return failed(YMODEM_REPLY_NAK);
+  // An EOT stands alone: one that begins a longer chunk is line noise on the
+  // header byte of a block, which must come again.
+  if (chunk[0] == kYmodemEot && len == 1) {
+    YmodemStep s = reply(file->eotCount == 0 ? YMODEM_REPLY_NAK : file->eotCount == 1 ? YMODEM_REPLY_ACK_C
+                                                                                       : YMODEM_REPLY_NONE);
+    if (file->eotCount < 2) ++file->eotCount;
+    s.progress = 1;
+    return s;
   }
-  if (file->expectHeader) {
-    if (block[kYmodemSeqOffset] == 0) return parseHeader(file, block, len);
-    return failed(YMODEM_REPLY_NONE);
-  }
-  return parseData(file, block);
+  return damaged();  // also STX: 1024-byte blocks are not taken
+}
+
+int velquare_ymodem_file_complete(const YmodemFile *file) {
+  return !file->expectHeader && file->announced > 0 && file->remaining == 0 && !file->overrun;
 }

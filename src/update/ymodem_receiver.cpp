@@ -4,15 +4,16 @@
 // fails the transfer after a few seconds without progress. No locks: each
 // shared word has one writer, except stage and idle seconds, which the
 // protocol and time-out threads both write.
+#include <fcntl.h>
 #include <pthread.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "common/shared_word.h"
-#include "edge_config.h"
+#include "update/update_paths.h"
 #include "update/ymodem.h"
 #include "update/ymodem_block.h"
 
@@ -23,20 +24,22 @@ constexpr uint32_t kStageRunning = 1;   // the first 'C' went out
 constexpr uint32_t kStageFinished = 5;
 constexpr uint32_t kStageFailed = 6;
 
-constexpr int32_t kIdleLimitSeconds = 5;      // more than this without progress fails
-constexpr int kReaderCallsPerBlock = 11;      // receive calls before a partial block is handed on
-constexpr useconds_t kReaderWaitReadyUs = 2000;    // while the protocol thread holds a block
+constexpr int32_t kIdleLimitSeconds = 5;         // more than this without progress fails
+// Receive calls, from a chunk's first byte, before a chunk that is not a block is handed on.
+constexpr int kReaderCallsPerBlock = 11;
+constexpr useconds_t kReaderWaitReadyUs = 2000;  // while the protocol thread holds a block
 constexpr useconds_t kReaderBetweenCallsUs = 5000;
-constexpr useconds_t kProtocolTurnUs = 10000;
-// The reader asks for a whole block at the current fill point, so a block can
-// overfill; keep ample room.
-constexpr int kBlockBufferBytes = 2048;
+// A turn of the protocol thread. Far shorter than a block takes on the line
+// (11.5 ms at 115200 baud): a sender that sends every block twice (sb) must
+// not build up a backlog in the line's buffers.
+constexpr useconds_t kProtocolTurnUs = 2000;
+constexpr int kQuietLineMs = 20;  // a sender waiting for our reply: longer than any gap inside a block
 
 struct YmodemContext {
   uint32_t stage;
-  uint8_t block[kBlockBufferBytes];
+  uint8_t block[kYmodemBlockBytes];  // the reader never asks for more than a block lacks
   int32_t idleSeconds;
-  YmodemFile file;  // name, remaining bytes, expect-header, last data block
+  YmodemFile file;  // name, sizes, expect-header, last block, EOTs
   int32_t blockLen;
   uint32_t blockReady;
   YmodemSend send;
@@ -45,8 +48,8 @@ struct YmodemContext {
 };
 
 YmodemContext ctx;
-FILE *outFile;
-int eotCount;
+int outFd = -1;
+int writeFailed;
 int threadsRunning;
 
 bool running() {
@@ -54,73 +57,75 @@ bool running() {
   return stage != kStageFinished && stage != kStageFailed;
 }
 
-void sendBytes(const uint8_t *bytes, int len) { ctx.send(bytes, len); }
-
-void sendByte(uint8_t byte) { sendBytes(&byte, 1); }
-
-void sendAckC() {
-  const uint8_t reply[] = {kYmodemAck, kYmodemCrcRequest};
-  sendBytes(reply, sizeof reply);
+void sendReply(YmodemReply reply) {
+  static const uint8_t ackC[] = {kYmodemAck, kYmodemCrcRequest};
+  if (reply == YMODEM_REPLY_NAK) ctx.send(&kYmodemNak, 1);
+  if (reply == YMODEM_REPLY_ACK) ctx.send(&kYmodemAck, 1);
+  if (reply == YMODEM_REPLY_ACK_C) ctx.send(ackC, sizeof ackC);
 }
 
-void removeRelative(const char *name) {
-  char cmd[sizeof(QV_CMD_REMOVE) + kYmodemNameBytes + 2];
-  snprintf(cmd, sizeof cmd, "%s %s", QV_CMD_REMOVE, name);
-  (void)!system(cmd);
-}
-
-void appendToFile(const YmodemBlockResult &r) {
-  if (!outFile) {
-    char path[sizeof(QV_ROOT_DIR) + kYmodemNameBytes + 2];
-    snprintf(path, sizeof path, "%s/%s", QV_ROOT_DIR, ctx.file.name);
-    outFile = fopen(path, "a+");
-    if (!outFile) perror(path);
+// The file always goes to its one fixed path: no received byte names a file.
+void appendToFile(const uint8_t *data, uint32_t len) {
+  if (outFd < 0) outFd = open(kUpdateOtaPath, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  if (outFd < 0) {
+    perror(kUpdateOtaPath);
+    writeFailed = 1;
+    return;
   }
-  if (outFile && r.dataLen > 0) fwrite(r.data, 1, r.dataLen, outFile);
-}
-
-// Acts on one block; returns 0 when it counts as progress.
-int handleSoh(int endFlag) {
-  if (endFlag) {  // the empty block 0 after the EOT exchange closes the batch
-    sendByte(kYmodemAck);
-    sharedStore(ctx.stage, kStageFinished);
-    return -1;
-  }
-  const YmodemBlockResult r = velquare_ymodem_parse_block(&ctx.file, ctx.block, ctx.blockLen);
-  if (r.removeName) removeRelative(ctx.file.name);
-  if (r.dataBlock) appendToFile(r);
-  if (r.reply == YMODEM_REPLY_NAK) sendByte(kYmodemNak);
-  if (r.reply == YMODEM_REPLY_ACK_C) sendAckC();
-  return r.status;
-}
-
-// EOT is answered first with NAK, then with ACK 'C'; returns the end flag.
-int handleEot() {
-  if (eotCount == 0) {
-    sendByte(kYmodemNak);
-    eotCount = 1;
-  } else if (eotCount == 1) {
-    sendAckC();
-    eotCount = 2;
-  }
-  return eotCount;
-}
-
-void finish() {
-  // Everything written reaches the file before the installer looks at it.
-  if (outFile) {
-    fclose(outFile);
-    outFile = nullptr;
-  }
-  if (sharedLoad(ctx.stage) == kStageFailed) {
-    if (ctx.file.remaining != 0) {
-      ctx.done(0);
-      removeRelative(ctx.file.name);
-      puts("----- StageErr ");
+  for (uint32_t done = 0; done < len;) {
+    const ssize_t n = write(outFd, data + done, len - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      perror(kUpdateOtaPath);
+      writeFailed = 1;
       return;
     }
-    sharedStore(ctx.stage, kStageFinished);  // nothing was left to come
+    done += static_cast<uint32_t>(n);
   }
+}
+
+// After a chunk that was not a block, whatever the sender still has on the
+// way (the rest of a block, its repeat) is read and dropped until the line is
+// quiet, so that the next chunk starts at the sender's next block. The
+// reader does not read meanwhile: it waits for the block-ready word.
+void resynchronise() {
+  uint8_t scratch[kYmodemBlockBytes];
+  for (int quietMs = 0; quietMs < kQuietLineMs && running();) {
+    if (ctx.recv(scratch, sizeof scratch) > 0) {
+      quietMs = 0;
+    } else {
+      usleep(1000);
+      ++quietMs;
+    }
+  }
+}
+
+void takeBlock() {
+  const YmodemStep s = velquare_ymodem_take_chunk(&ctx.file, ctx.block, ctx.blockLen);
+  if (s.headerTaken) unlink(kUpdateOtaPath);  // left over from an earlier try
+  if (s.dataLen > 0) appendToFile(s.data, s.dataLen);
+  if (s.damaged) resynchronise();
+  sendReply(s.reply);
+  if (s.progress) sharedStore(ctx.idleSeconds, 0);
+  if (s.end == YMODEM_CLOSED) sharedStore(ctx.stage, kStageFinished);
+  if (s.end == YMODEM_BROKEN) sharedStore(ctx.stage, kStageFailed);
+}
+
+// Only a file of exactly the announced size, written without error, is
+// reported complete, however the transfer ended (closing block or time-out).
+void finish() {
+  if (outFd >= 0) {
+    close(outFd);
+    outFd = -1;
+  }
+  if (!velquare_ymodem_file_complete(&ctx.file) || writeFailed) {
+    sharedStore(ctx.stage, kStageFailed);
+    ctx.done(0);
+    if (!ctx.file.expectHeader) unlink(kUpdateOtaPath);
+    puts("----- StageErr ");
+    return;
+  }
+  sharedStore(ctx.stage, kStageFinished);
   ctx.done(1);
   puts("----- StageFinished ");
 }
@@ -130,23 +135,13 @@ void threadEnds() { __atomic_sub_fetch(&threadsRunning, 1, __ATOMIC_ACQ_REL); }
 void *protocolThread(void *) {
   pthread_detach(pthread_self());
   sharedStore(ctx.stage, kStageStart);
-  int endFlag = 0;
   while (running()) {
     if (sharedLoad(ctx.stage) == kStageStart) {
-      sendByte(kYmodemCrcRequest);
+      ctx.send(&kYmodemCrcRequest, 1);
       puts("send C");
       sharedStore(ctx.stage, kStageRunning);
-      endFlag = 0;
     } else if (sharedLoad(ctx.blockReady) == 1) {
-      const uint8_t first = ctx.block[0];
-      if (first == kYmodemSoh) {
-        if (handleSoh(endFlag) == 0) sharedStore(ctx.idleSeconds, 0);
-      } else if (first == kYmodemEot) {
-        endFlag = handleEot();
-        sharedStore(ctx.idleSeconds, 0);
-      } else {
-        sendByte(kYmodemNak);  // also STX: 1024-byte blocks are not taken
-      }
+      takeBlock();
       sharedStore(ctx.blockReady, 0);
     }
     usleep(kProtocolTurnUs);
@@ -156,37 +151,34 @@ void *protocolThread(void *) {
   return nullptr;
 }
 
+// Asks only for the bytes the block still lacks, so a chunk never runs into
+// the next block.
 void *readerThread(void *) {
   pthread_detach(pthread_self());
   int got = 0;
+  int calls = 0;
   while (running()) {
     if (sharedLoad(ctx.blockReady)) {
       usleep(kReaderWaitReadyUs);
       continue;
     }
-    bool handOn = true;
-    for (int calls = 1;; ++calls) {
-      const int n = ctx.recv(ctx.block + got, kYmodemBlockBytes);
-      if (n > 0) got += n;
-      if (got >= kYmodemBlockBytes || calls >= kReaderCallsPerBlock) break;
-      if (!running()) {
-        printf("recv all data [%d]\n", got);
-        handOn = false;
-        break;
-      }
+    const int n = ctx.recv(ctx.block + got, kYmodemBlockBytes - got);
+    if (n > 0) got += n;
+    if (got > 0) ++calls;
+    // A block is only ever handed on whole: a sender held up mid-block (a
+    // loaded host) just delivers the rest later, and one that stopped is
+    // ended by the time-out. Anything else (EOT, noise) goes on after the calls.
+    const bool blockBegun = got > 0 && ctx.block[0] == kYmodemSoh;
+    if (got < kYmodemBlockBytes && (calls < kReaderCallsPerBlock || blockBegun)) {
       usleep(kReaderBetweenCallsUs);
-      if (sharedLoad(ctx.blockReady)) {
-        usleep(kReaderWaitReadyUs);
-        handOn = false;
-        break;
-      }
+      continue;
     }
-    if (!handOn || got == 0) continue;
     printf("recv data[%d]\n", got);
     ctx.blockLen = got;
     sharedStore(ctx.blockReady, 1);
-    got = 0;
+    got = calls = 0;
   }
+  if (got > 0) printf("recv all data [%d]\n", got);
   threadEnds();
   return nullptr;
 }
@@ -214,8 +206,8 @@ int velquare_ymodem_start(YmodemSend send, YmodemRecv recv, YmodemDone done) {
   ctx.send = send;
   ctx.recv = recv;
   ctx.done = done;
-  outFile = nullptr;
-  eotCount = 0;
+  outFd = -1;
+  writeFailed = 0;
   void *(*const entries[])(void *) = {protocolThread, readerThread, timeoutThread};
   for (auto entry : entries) {
     __atomic_add_fetch(&threadsRunning, 1, __ATOMIC_ACQ_REL);

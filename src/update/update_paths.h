@@ -1,0 +1,8 @@
+// Files of the update, all in the executable's directory (a build-time edge).
+#pragma once
+#include "edge_config.h"
+
+constexpr char kUpdateExePath[] = QV_ROOT_DIR "/quenvarile";      // the daemon's executable
+constexpr char kUpdateOtaPath[] = QV_ROOT_DIR "/quenvarile_ota";  // the file being received
+constexpr char kUpdateBakPath[] = QV_ROOT_DIR "/quenvarile_Bak";  // the executable before the last update
+constexpr char kUpdateDirPath[] = QV_ROOT_DIR;
