@@ -76,24 +76,21 @@ inline ScanVec scanLoad(const float *p) {
 }
 
 inline void scanKernel(const ScanBin &bin, const float *w, ScanVec *sumA, ScanVec *sumB) {
-  ScanVec pr[SCAN_HALF_MICS], pi[SCAN_HALF_MICS], qr[SCAN_HALF_MICS], qi[SCAN_HALF_MICS];
-  for (int m = 0; m < SCAN_HALF_MICS; ++m) {
-    pr[m] = scanSplat(bin.pq[0][m]);
-    pi[m] = scanSplat(bin.pq[1][m]);
-    qr[m] = scanSplat(bin.pq[2][m]);
-    qi[m] = scanSplat(bin.pq[3][m]);
-  }
+  const ScanVec pr0 = scanSplat(bin.pq[0][0]), pr1 = scanSplat(bin.pq[0][1]);
+  const ScanVec pr2 = scanSplat(bin.pq[0][2]), pr3 = scanSplat(bin.pq[0][3]);
+  const ScanVec pi0 = scanSplat(bin.pq[1][0]), pi1 = scanSplat(bin.pq[1][1]);
+  const ScanVec pi2 = scanSplat(bin.pq[1][2]), pi3 = scanSplat(bin.pq[1][3]);
+  const ScanVec qr0 = scanSplat(bin.pq[2][0]), qr1 = scanSplat(bin.pq[2][1]);
+  const ScanVec qr2 = scanSplat(bin.pq[2][2]), qr3 = scanSplat(bin.pq[2][3]);
+  const ScanVec qi0 = scanSplat(bin.pq[3][0]), qi1 = scanSplat(bin.pq[3][1]);
+  const ScanVec qi2 = scanSplat(bin.pq[3][2]), qi3 = scanSplat(bin.pq[3][3]);
   for (int g = 0; g < SCAN_GROUPS; ++g, w += SCAN_HALF_MICS * 2 * SCAN_LANES) {
-    ScanVec c = scanLoad(w), s = scanLoad(w + 4);
-    ScanVec ar = c * pr[0], ai = c * pi[0], br = s * qr[0], bi = s * qi[0];
-    for (int m = 1; m < SCAN_HALF_MICS; ++m) {
-      c = scanLoad(w + 8 * m);
-      s = scanLoad(w + 8 * m + 4);
-      ar += c * pr[m];
-      ai += c * pi[m];
-      br += s * qr[m];
-      bi += s * qi[m];
-    }
+    const ScanVec c0 = scanLoad(w), s0 = scanLoad(w + 4), c1 = scanLoad(w + 8), s1 = scanLoad(w + 12);
+    const ScanVec c2 = scanLoad(w + 16), s2 = scanLoad(w + 20), c3 = scanLoad(w + 24), s3 = scanLoad(w + 28);
+    const ScanVec ar = ((c0 * pr0 + c1 * pr1) + c2 * pr2) + c3 * pr3;
+    const ScanVec ai = ((c0 * pi0 + c1 * pi1) + c2 * pi2) + c3 * pi3;
+    const ScanVec br = ((s0 * qr0 + s1 * qr1) + s2 * qr2) + s3 * qr3;
+    const ScanVec bi = ((s0 * qi0 + s1 * qi1) + s2 * qi2) + s3 * qi3;
     const ScanVec yr = ar - bi, yi = ai + br;  // A + jB
     const ScanVec zr = ar + bi, zi = ai - br;  // A - jB
     sumA[g] = (sumA[g] + yr * yr) + yi * yi;
