@@ -95,8 +95,9 @@ void BM_Transforms(benchmark::State &state) {
   for (auto _ : state) {
     const float *frame = rec.frame(i);
     for (int m = 0; m < ORIEN_MIC_NUM; ++m)
-      spectrumAnalyseBlock(est->micHistory[m], frame + m * ORIEN_FRAME_SIZE, est->scratch.spectra[m]);
-    spectrumAnalyseBlock(est->refHistory, rec.reference(i), est->scratch.refSpectrum);
+      spectrumAnalyseBlock(est->transformPlan, est->micHistory[m], frame + m * ORIEN_FRAME_SIZE,
+                           est->scratch.spectra[m]);
+    spectrumAnalyseBlock(est->transformPlan, est->refHistory, rec.reference(i), est->scratch.refSpectrum);
     benchmark::ClobberMemory();
     ++i;
   }

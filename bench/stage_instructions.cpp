@@ -29,8 +29,8 @@ constexpr size_t kWarmFrames = 100;
 
 const char kUsage[] =
     "usage: qv-stage-instructions STAGE [REPEATS]\n"
-    "stages: frame-typical frame-worst scan scan-reference transforms front-end\n"
-    "        voice-model create steering steering-reference\n";
+    "stages: frame-typical frame-worst scan scan-reference transforms transforms-reference\n"
+    "        front-end voice-model create steering steering-reference\n";
 
 struct Run {
   const BenchRecording *rec;
@@ -53,13 +53,16 @@ void frameWorst(Run *r) {
 }
 void scan(Run *r) { r->sink += spatialSpectrumScan(r->est, r->est->scratch.spectra); }
 void scanReference(Run *r) { r->sink += spatialSpectrumScanReference(r->est, r->est->scratch.spectra); }
-void transforms(Run *r) {
+// The 9 analysis blocks of a frame through the given plan (null: the reference transform).
+void analyseBlocks(Run *r, RealTransformPlan *plan) {
   const size_t i = r->frame++;
   for (int m = 0; m < ORIEN_MIC_NUM; ++m)
-    spectrumAnalyseBlock(r->est->micHistory[m], r->rec->frame(i) + m * ORIEN_FRAME_SIZE,
+    spectrumAnalyseBlock(plan, r->est->micHistory[m], r->rec->frame(i) + m * ORIEN_FRAME_SIZE,
                          r->est->scratch.spectra[m]);
-  spectrumAnalyseBlock(r->est->refHistory, r->rec->reference(i), r->est->scratch.refSpectrum);
+  spectrumAnalyseBlock(plan, r->est->refHistory, r->rec->reference(i), r->est->scratch.refSpectrum);
 }
+void transforms(Run *r) { analyseBlocks(r, r->est->transformPlan); }
+void transformsReference(Run *r) { analyseBlocks(r, nullptr); }
 void frontEnd(Run *r) {
   const size_t i = r->frame++;
   orienAngleFrameAnalyse(r->est, r->rec->frame(i), r->est->scratch.frontEnd, r->est->scratch.spectra);
@@ -94,7 +97,8 @@ struct NamedStage {
 const NamedStage kStages[] = {
     {"frame-typical", frameTypical, false}, {"frame-worst", frameWorst, false},
     {"scan", scan, true},                   {"scan-reference", scanReference, true},
-    {"transforms", transforms, false},      {"front-end", frontEnd, false},
+    {"transforms", transforms, false},      {"transforms-reference", transformsReference, false},
+    {"front-end", frontEnd, false},
     {"voice-model", voiceModel, false},     {"create", create, false},
     {"steering", steering, false},          {"steering-reference", steeringReference, false},
 };

@@ -2,6 +2,9 @@
 #
 #   cmake -S . -B build/armhf -DCMAKE_TOOLCHAIN_FILE=cmake/toolchains/arm-linux-gnueabihf.cmake
 #
+# QV_BOARD_NEON (default ON): code for the board's ARMv7-A NEON/VFPv4 core
+# instead of Debian's armhf baseline (see below).
+#
 # Compilers come from g++-arm-linux-gnueabihf; libraries and their pkg-config
 # files from the Debian multiarch packages (libasound2-dev:armhf,
 # libkissfft-dev:armhf, ...) in /usr/lib/arm-linux-gnueabihf. Programs built
@@ -18,6 +21,18 @@ set(CMAKE_LIBRARY_ARCHITECTURE ${QV_CROSS_TRIPLE})
 # everything here is built by one compiler, so the note says nothing.
 set(CMAKE_C_FLAGS_INIT -Wno-psabi)
 set(CMAKE_CXX_FLAGS_INIT -Wno-psabi)
+
+# The board's CPU: ARMv7-A with NEON and VFPv4 (Cortex-A7 class), hard-float.
+# Debian's armhf baseline (VFPv3-D16, no NEON) runs on any ARMv7 core but leaves
+# the vector unit idle; with this option the compilers define __ARM_NEON and
+# code may use NEON intrinsics. -DQV_BOARD_NEON=OFF builds for the baseline.
+# (GCC still does not auto-vectorise single-precision float code for 32-bit
+# NEON, which flushes subnormals to zero; NEON is used where the code asks.)
+set(QV_BOARD_NEON ON CACHE BOOL "Target ARMv7-A with NEON/VFPv4 (the board's CPU)")
+if(QV_BOARD_NEON)
+  string(APPEND CMAKE_C_FLAGS_INIT " -march=armv7-a -mfpu=neon-vfpv4 -mfloat-abi=hard")
+  string(APPEND CMAKE_CXX_FLAGS_INIT " -march=armv7-a -mfpu=neon-vfpv4 -mfloat-abi=hard")
+endif()
 
 # The target's own root (C library, libstdc++) first, then the machine's root,
 # where the multiarch packages live under lib/arm-linux-gnueabihf. Libraries,

@@ -28,6 +28,7 @@ TEST(Estimator, CreationAndReinitialisationGiveDefaultsAndZeroesEverythingElse) 
     std::memset(&copy->scanSteering, 0, sizeof copy->scanSteering);
     copy->curAngle = copy->prevAngle = 0;
     copy->denoiser = nullptr;
+    copy->transformPlan = nullptr;
     for (NoiseTracker *t : {&copy->micNoise, &copy->refNoise, &copy->spareNoise})
       t->firstFrame = t->forcedUpdate = 0;
     const auto *bytes = reinterpret_cast<const unsigned char *>(copy.get());

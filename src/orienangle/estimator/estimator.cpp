@@ -20,7 +20,11 @@ void clearRecord(OrienAngleEstimator *est) {
 }  // namespace
 
 int orienAngleEstimatorInit(OrienAngleEstimator *est) {
+  RealTransformPlan *plan = est->transformPlan;
+  SteeringTable *referenceSteering = est->referenceSteering;
   clearRecord(est);
+  est->transformPlan = plan;
+  est->referenceSteering = referenceSteering;
   est->frameCursor = 0;
   est->curAngle = ANGLE_NONE;
   est->prevAngle = ANGLE_NONE;
@@ -37,9 +41,16 @@ int orienAngleEstimatorInit(OrienAngleEstimator *est) {
 OrienAngleEstimator *orienAngleEstimatorCreate() {
   auto *est = static_cast<OrienAngleEstimator *>(std::malloc(sizeof(OrienAngleEstimator)));
   if (est == nullptr) return nullptr;
+  est->referenceSteering = nullptr;
+  est->transformPlan = realTransformCreate();
+  if (est->transformPlan == nullptr) {
+    std::free(est);
+    return nullptr;
+  }
   orienAngleEstimatorInit(est);
   est->denoiser = rnnoise_create(nullptr);
   if (est->denoiser == nullptr) {
+    realTransformDestroy(est->transformPlan);
     std::free(est);
     return nullptr;
   }
@@ -48,6 +59,7 @@ OrienAngleEstimator *orienAngleEstimatorCreate() {
 
 void orienAngleEstimatorDestroy(OrienAngleEstimator *est) {
   rnnoise_destroy(est->denoiser);
+  realTransformDestroy(est->transformPlan);
   std::free(est->referenceSteering);
   std::free(est);
 }

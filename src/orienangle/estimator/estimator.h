@@ -11,6 +11,7 @@
 
 #include "orienangle/estimator/estimator_constants.h"
 #include "orienangle/estimator/noise_tracker.h"
+#include "orienangle/estimator/real_transform.h"
 #include "orienangle/estimator/spectrum.h"
 #include "orienangle/estimator/steering.h"
 #include "orienangle/estimator/voice_model/rnnoise.h"
@@ -55,6 +56,7 @@ struct OrienAngleEstimator {
   uint32_t farEndFlag[ORIEN_SLOTS];                     // loudspeaker reference active
   int32_t farEndLatched;                                // loudspeaker judged playing
   DenoiseState *denoiser;                               // owned voice-model state
+  RealTransformPlan *transformPlan;                     // owned plan of the fast transform
   float refHistory[ORIEN_HISTORY];                      // loudspeaker reference history
   // Set only by tests and offline tools, after creation, best through
   // orienAngleEstimatorUseReferenceArithmetic: the transforms and the angle scan
@@ -65,16 +67,24 @@ struct OrienAngleEstimator {
   SteeringScanTable scanSteering;                       // steering, laid out for the scan
 };
 
-// Allocates the record in one block, initialises it and creates the voice-model
-// state. Null if either allocation fails.
+// Allocates the record in one block, creates the transform plan, initialises the
+// record and creates the voice-model state. Null if an allocation fails.
 OrienAngleEstimator *orienAngleEstimatorCreate();
 // Clears the record to its creation state and builds the scan's steering table.
-// Returns 0. The denoiser and reference-table pointers are cleared too: call it
-// on a fresh record.
+// Returns 0. The transform plan and the reference table (fixed for the record's
+// life) are kept; the denoiser pointer is cleared: call it on a record made by
+// orienAngleEstimatorCreate.
 int orienAngleEstimatorInit(OrienAngleEstimator *est);
-// Releases the voice-model state, the reference table if any, then the record.
+// Releases the voice-model state, the transform plan and the reference table if
+// any, then the record.
 void orienAngleEstimatorDestroy(OrienAngleEstimator *est);
 // Switches the record to the reference arithmetic and builds the full steering
 // table the reference scan reads (5.8 MB, tests and offline tools only).
 // Returns 0, or -1 if the table cannot be allocated.
 int orienAngleEstimatorUseReferenceArithmetic(OrienAngleEstimator *est);
+
+// The plan the analysis blocks run (spectrumAnalyseBlock): null, which selects
+// the reference transform, under referenceArithmetic or in a record without one.
+inline RealTransformPlan *orienAngleTransformPlan(const OrienAngleEstimator *est) {
+  return est->referenceArithmetic ? nullptr : est->transformPlan;
+}

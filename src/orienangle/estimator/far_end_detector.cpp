@@ -9,7 +9,7 @@
 // powers; the detector adds only its activity decision and the latch.
 void farEndDetect(OrienAngleEstimator *est, const float *spkinFrame) {
   OrienComplex *spectrum = est->scratch.refSpectrum;
-  spectrumAnalyseBlock(est->refHistory, spkinFrame, spectrum);
+  spectrumAnalyseBlock(orienAngleTransformPlan(est), est->refHistory, spkinFrame, spectrum);
   float energies[ORIEN_BANDS];
   bandEnergies(energies, spectrum);
 

@@ -25,8 +25,9 @@ float bandSnrDb(float energy, float noise) {
 float orienAngleFrameAnalyse(OrienAngleEstimator *est, const float *frame, const float *,
                              OrienComplex (*spectra)[ORIEN_SPECTRUM_BINS]) {
   // 1. Analysis block and transform per microphone.
+  RealTransformPlan *plan = orienAngleTransformPlan(est);
   for (int c = 0; c < ORIEN_MIC_NUM; ++c)
-    spectrumAnalyseBlock(est->micHistory[c], frame + c * ORIEN_FRAME_SIZE, spectra[c]);
+    spectrumAnalyseBlock(plan, est->micHistory[c], frame + c * ORIEN_FRAME_SIZE, spectra[c]);
 
   // 2. Band energies of microphone 0.
   bandEnergies(est->bandEnergy, spectra[0]);

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <cstring>
 
+#include "orienangle/estimator/real_transform.h"
+
 const int16_t ORIEN_BAND_EDGE[ORIEN_BAND_EDGES] = {20,  36,  52,  68,  84,  100, 118,
                                                    136, 156, 178, 202, 230, 262, 298,
                                                    338, 382, 430, 462, 518};
@@ -72,13 +74,17 @@ void spectrumTransform(OrienComplex *out, const float *in) {
   }
 }
 
-void spectrumAnalyseBlock(float *history, const float *newSamples, OrienComplex *out) {
+void spectrumAnalyseBlock(RealTransformPlan *plan, float *history, const float *newSamples,
+                          OrienComplex *out) {
   float block[ORIEN_FFT_SIZE];
   std::memcpy(block, history, sizeof(float) * ORIEN_HISTORY);
   std::memcpy(block + ORIEN_HISTORY, newSamples, sizeof(float) * ORIEN_FRAME_SIZE);
   std::memset(block + ORIEN_BLOCK_LIVE, 0, sizeof(float) * (ORIEN_FFT_SIZE - ORIEN_BLOCK_LIVE));
   std::memcpy(history, block + ORIEN_FRAME_SIZE, sizeof(float) * ORIEN_HISTORY);
-  spectrumTransform(out, block);
+  if (plan != nullptr)
+    realTransformRun(plan, block, out, ORIEN_BINS);
+  else
+    spectrumTransform(out, block);
 }
 
 void bandEnergies(float *out, const OrienComplex *spectrum) {

@@ -16,14 +16,23 @@ struct OrienComplex {
 // bounds no band.
 extern const int16_t ORIEN_BAND_EDGE[ORIEN_BAND_EDGES];
 
-// in: 4096 real samples; out: bins 0..2048 of their forward transform scaled by
-// 1/4096, bin k = (1/4096) * sum x[n] e^(-2 pi i k n / 4096). The first call builds
-// the process-wide plans and tables (one thread at a time must run the estimator).
+struct RealTransformPlan;  // real_transform.h
+
+// The reference transform, the executable definition of the arithmetic (tests
+// and offline tools; the estimator's fast path is real_transform.h). in: 4096
+// real samples; out: bins 0..2048 of their forward transform scaled by 1/4096,
+// bin k = (1/4096) * sum x[n] e^(-2 pi i k n / 4096), by KISS FFT's complex
+// transform. The first call builds the process-wide plans and tables (one
+// thread at a time must run it).
 void spectrumTransform(OrienComplex *out, const float *in);
 
 // Analysis-block step of one stream: block = history (2880) + newSamples (960) +
-// 256 zeros; the history slides to the newest 2880 samples; out = transform.
-void spectrumAnalyseBlock(float *history, const float *newSamples, OrienComplex *out);
+// 256 zeros; the history slides to the newest 2880 samples; out = transform of
+// the block. With a plan, the fast transform fills bins 0..499 (ORIEN_BINS, all
+// that any stage reads) and leaves the rest of out alone; with a null plan,
+// spectrumTransform fills bins 0..2048.
+void spectrumAnalyseBlock(RealTransformPlan *plan, float *history, const float *newSamples,
+                          OrienComplex *out);
 
 // out[0..16]: sum of re^2 + im^2 over each band's bins, in single precision from 0
 // in increasing bin order; out[17..21] = 0.
