@@ -8,13 +8,16 @@
 
 #include "orienangle/estimator/real_transform.h"
 
+// NEON loads and stores may carry alignment hints, which fault on misaligned
+// addresses: the working storage is 16-byte aligned (and so is each block).
 struct RealTransformPlan {
   ne10_fft_r2c_cfg_float32_t fft;
-  ne10_fft_cpx_float32_t freq[ORIEN_SPECTRUM_BINS];
+  alignas(16) ne10_fft_cpx_float32_t freq[ORIEN_SPECTRUM_BINS];
 };
 
 RealTransformPlan *realTransformCreate() {
-  auto *plan = static_cast<RealTransformPlan *>(std::malloc(sizeof(RealTransformPlan)));
+  auto *plan = static_cast<RealTransformPlan *>(std::aligned_alloc(alignof(RealTransformPlan),
+                                                                   sizeof(RealTransformPlan)));
   if (plan == nullptr) return nullptr;
   plan->fft = ne10_fft_alloc_r2c_float32(ORIEN_FFT_SIZE);
   if (plan->fft == nullptr) {

@@ -76,7 +76,7 @@ void spectrumTransform(OrienComplex *out, const float *in) {
 
 void spectrumAnalyseBlock(RealTransformPlan *plan, float *history, const float *newSamples,
                           OrienComplex *out) {
-  float block[ORIEN_FFT_SIZE];
+  alignas(16) float block[ORIEN_FFT_SIZE];  // 16: for the vector transforms
   std::memcpy(block, history, sizeof(float) * ORIEN_HISTORY);
   std::memcpy(block + ORIEN_HISTORY, newSamples, sizeof(float) * ORIEN_FRAME_SIZE);
   std::memset(block + ORIEN_BLOCK_LIVE, 0, sizeof(float) * (ORIEN_FFT_SIZE - ORIEN_BLOCK_LIVE));
