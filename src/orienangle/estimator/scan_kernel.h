@@ -45,8 +45,7 @@ inline void scanKernel(const ScanBin &bin, const float *w, ScanVec *sumA, ScanVe
   const float32x2_t qi01 = vget_low_f32(qi), qi23 = vget_high_f32(qi);
   // Loads in address order, each moving the pointer on: 32-bit NEON loads have
   // no offset form, and the empty asm keeps GCC from turning the increments
-  // back into one add per load. The table is 16-byte aligned.
-  w = static_cast<const float *>(__builtin_assume_aligned(w, 16));
+  // back into one add per load.
   auto next = [&w]() {
     const float32x4_t v = vld1q_f32(w);
     w += SCAN_LANES;
