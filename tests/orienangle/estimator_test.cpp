@@ -20,12 +20,11 @@ TEST(Estimator, CreationAndReinitialisationGiveDefaultsAndZeroesEverythingElse) 
       for (uint32_t a : slot) ASSERT_EQ(a, 230u);
     for (const NoiseTracker *t : {&est->micNoise, &est->farEnd.refNoise, &est->spareNoise})
       EXPECT_TRUE(t->firstFrame == 1 && t->forcedUpdate == 1);
-    EXPECT_EQ(est->steering[90][7][3].re, 1.0f);
+    EXPECT_EQ(est->scanSteering.w[7][22][3][0][2], 1.0f);  // broadside: a = 90, lane 2 of group 22
 
     auto copy = std::make_unique<OrienAngleEstimator>();  // defaults blanked out
     std::memcpy(copy.get(), est, sizeof *est);
     std::memset(copy->peakAngles, 0, sizeof copy->peakAngles);
-    std::memset(copy->steering, 0, sizeof copy->steering);
     std::memset(&copy->scanSteering, 0, sizeof copy->scanSteering);
     copy->curAngle = copy->prevAngle = 0;
     copy->denoiser = nullptr;

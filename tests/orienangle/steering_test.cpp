@@ -2,42 +2,53 @@
 
 #include <gtest/gtest.h>
 
-#include <vector>
+#include <cstring>
+#include <memory>
 
 namespace {
-
-using Table = OrienComplex[ORIEN_BINS][ORIEN_MIC_NUM];
 
 class Steering : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    table_ = new Table[ORIEN_ANGLE_NUM];
-    steeringBuild(table_);
+    table_ = new SteeringTable;
+    steeringBuildReference(table_);
   }
-  static void TearDownTestSuite() { delete[] table_; }
-  static Table *table_;
+  static void TearDownTestSuite() { delete table_; }
+  static SteeringTable *table_;
 };
-Table *Steering::table_ = nullptr;
+SteeringTable *Steering::table_ = nullptr;
 
 bool conjugates(OrienComplex a, OrienComplex b) { return a.re == b.re && a.im == -b.im; }
 
-TEST_F(Steering, BroadsideAndZeroFrequencyHaveUnitWeights) {
-  auto unit = [](OrienComplex w) { return w.re == 1.0f && w.im == 0.0f; };  // +0 or -0
-  for (int i = 0; i < ORIEN_BINS; ++i)
-    for (int m = 0; m < ORIEN_MIC_NUM; ++m)
-      ASSERT_TRUE(unit(table_[90][i][m]) && (i >= ORIEN_ANGLE_NUM || unit(table_[i][0][m])))
-          << i << " " << m;
-}
-
 // Mirrored directions and mirrored microphones give exact complex conjugates:
-// the sine is odd and the angle argument is exactly negated.
+// the sine is odd and the angle argument is exactly negated (the angle scan
+// relies on both). Broadside and zero frequency have unit weights.
 TEST_F(Steering, MirroredDirectionsAndMicrophonesAreExactConjugates) {
   for (int a = 0; a < ORIEN_ANGLE_NUM; ++a)
     for (int k = 0; k < ORIEN_BINS; ++k)
-      for (int m = 0; m < ORIEN_MIC_NUM; ++m)
-        ASSERT_TRUE(conjugates(table_[180 - a][k][m], table_[a][k][m]) &&
-                    conjugates(table_[a][k][7 - m], table_[a][k][m]))
+      for (int m = 0; m < ORIEN_MIC_NUM; ++m) {
+        const OrienComplex w = table_->w[a][k][m];
+        ASSERT_TRUE(conjugates(table_->w[180 - a][k][m], w) && conjugates(table_->w[a][k][7 - m], w) &&
+                    ((a != 90 && k != 0) || (w.re == 1.0f && w.im == 0.0f)))  // +0 or -0
             << a << " " << k << " " << m;
+      }
+}
+
+// The scan's quarter holds the full table's weights bit for bit, in its own
+// layout, and zeros in the lanes past a = 90.
+TEST_F(Steering, ScanTableIsTheReferenceQuarterInScanOrder) {
+  auto scan = std::make_unique<SteeringScanTable>();
+  std::memset(scan.get(), 0x5A, sizeof *scan);
+  steeringScanBuild(scan.get());
+  for (int j = 0; j < SCAN_BINS; ++j)
+    for (int a = 0; a < SCAN_GROUPS * SCAN_LANES; ++a)
+      for (int m = 0; m < SCAN_HALF_MICS; ++m) {
+        const float(*w)[SCAN_LANES] = scan->w[j][a / SCAN_LANES][m];
+        const OrienComplex want = a <= 90 ? table_->w[a][j + ORIEN_SCAN_FIRST_BIN][m] : OrienComplex{0, 0};
+        ASSERT_TRUE(std::memcmp(&w[0][a % SCAN_LANES], &want.re, 4) == 0 &&
+                    std::memcmp(&w[1][a % SCAN_LANES], &want.im, 4) == 0)
+            << j << " " << a << " " << m;
+      }
 }
 
 }  // namespace

@@ -44,7 +44,7 @@ TEST_P(PacedUpdate, SbInstallsExactlyTheFileSent) {
   box.write("quenvarile_ota", payload);
 
   PacedLine line(kUartBytesPerSecond);
-  DaemonProcess daemon({box.path(), {alsa.environment(), "QV_SANDBOX_UPDATE_WAIT_SECONDS=1"}});
+  DaemonProcess daemon({box.path(), {alsa.environment(), "QV_SANDBOX_UPDATE_WAIT_SECONDS=1"}, {}});
   ASSERT_TRUE(daemon.waitForOutput("fd->open=")) << daemon.describeEnd() << daemon.out();
   line.send(std::string("\x81\x01\x0e\x7f\x00\xff", 6));  // update
   ASSERT_TRUE(daemon.waitForOutput("wait 10s for ymodem...")) << daemon.out();

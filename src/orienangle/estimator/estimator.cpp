@@ -8,15 +8,10 @@
 
 namespace {
 
-// Sets every byte of the record to zero except those of the two steering
-// tables, which their builds write in full.
+// Sets every byte of the record to zero except those of the steering table,
+// which its build writes in full.
 void clearRecord(OrienAngleEstimator *est) {
-  auto *bytes = reinterpret_cast<unsigned char *>(est);
-  const size_t steering = offsetof(OrienAngleEstimator, steering);
-  const size_t afterSteering = steering + sizeof est->steering;
-  const size_t scanTable = offsetof(OrienAngleEstimator, scanSteering);
-  std::memset(bytes, 0, steering);
-  std::memset(bytes + afterSteering, 0, scanTable - afterSteering);
+  std::memset(est, 0, offsetof(OrienAngleEstimator, scanSteering));
   static_assert(offsetof(OrienAngleEstimator, scanSteering) + sizeof(SteeringScanTable) ==
                     sizeof(OrienAngleEstimator),
                 "the scan table ends the record");
@@ -26,15 +21,17 @@ void clearRecord(OrienAngleEstimator *est) {
 
 int orienAngleEstimatorInit(OrienAngleEstimator *est) {
   RealTransformPlan *plan = est->transformPlan;
+  SteeringTable *referenceSteering = est->referenceSteering;
   clearRecord(est);
   est->transformPlan = plan;
+  est->referenceSteering = referenceSteering;
   est->frameCursor = 0;
   est->curAngle = ANGLE_NONE;
   est->prevAngle = ANGLE_NONE;
   est->idleFrames = 0;
   for (auto &slot : est->peakAngles)
     for (auto &angle : slot) angle = ANGLE_NONE;
-  steeringBuild(est->steering, &est->scanSteering);
+  steeringScanBuild(&est->scanSteering);
   noiseTrackerInit(&est->micNoise);
   noiseTrackerInit(&est->farEnd.refNoise);
   noiseTrackerInit(&est->spareNoise);
@@ -44,6 +41,7 @@ int orienAngleEstimatorInit(OrienAngleEstimator *est) {
 OrienAngleEstimator *orienAngleEstimatorCreate() {
   auto *est = static_cast<OrienAngleEstimator *>(std::malloc(sizeof(OrienAngleEstimator)));
   if (est == nullptr) return nullptr;
+  est->referenceSteering = nullptr;
   est->transformPlan = realTransformCreate();
   if (est->transformPlan == nullptr) {
     std::free(est);
@@ -62,5 +60,16 @@ OrienAngleEstimator *orienAngleEstimatorCreate() {
 void orienAngleEstimatorDestroy(OrienAngleEstimator *est) {
   rnnoise_destroy(est->denoiser);
   realTransformDestroy(est->transformPlan);
+  std::free(est->referenceSteering);
   std::free(est);
+}
+
+int orienAngleEstimatorUseReferenceArithmetic(OrienAngleEstimator *est) {
+  if (est->referenceSteering == nullptr) {
+    est->referenceSteering = static_cast<SteeringTable *>(std::malloc(sizeof(SteeringTable)));
+    if (est->referenceSteering == nullptr) return -1;
+    steeringBuildReference(est->referenceSteering);
+  }
+  est->referenceArithmetic = true;
+  return 0;
 }

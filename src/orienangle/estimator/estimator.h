@@ -1,11 +1,11 @@
 // The direction estimator's one state record and its life cycle.
 //
-// The record holds everything the estimator remembers: the steering table of the
-// array, per-stream sample histories, the 100-slot per-frame result rings indexed
-// by frameCursor, three noise trackers, the voice model's state, a scratch area
-// for one frame's working storage and the steering table's independent quarter
-// laid out for the angle scan. It is one heap block (about 7.6 MB); nothing is
-// allocated per frame. Only the angle worker thread touches it.
+// The record holds everything the estimator remembers: per-stream sample
+// histories, the 100-slot per-frame result rings indexed by frameCursor, three
+// noise trackers, the voice model's state, a scratch area for one frame's working
+// storage and the steering weights' independent quarter laid out for the angle
+// scan. It is one heap block (about 1.9 MB); nothing is allocated per frame. Only
+// the angle worker thread touches it.
 #pragma once
 #include <cstdint>
 
@@ -39,7 +39,6 @@ struct OrienAngleEstimator {
   int32_t idleFrames;                                   // frames since the last decision
   AngleDecisionRings decision;                          // per-frame counts and speech decisions
   uint32_t bandActive[PIPE_HIT_BANDS];                  // band ever above 3 x noise
-  OrienComplex steering[ORIEN_ANGLE_NUM][ORIEN_BINS][ORIEN_MIC_NUM];  // a, k, m
   int32_t holdCount;                                    // skip counter after digital silence
   uint32_t ringCursor;                                  // slot of bandEnergyRing, 0..7
   float bandEnergyRing[ORIEN_BAND_RING][ORIEN_BANDS];   // smoothed band energies
@@ -54,9 +53,11 @@ struct OrienAngleEstimator {
   FarEndDetector farEnd;                                // loudspeaker activity detector
   DenoiseState *denoiser;                               // owned voice-model state
   RealTransformPlan *transformPlan;                     // owned plan of the fast transform
-  // Set only by tests and offline tools, after creation: the transforms and the
-  // angle scan then run their plain reference arithmetic instead of the fast paths.
+  // Set only by tests and offline tools, after creation, best through
+  // orienAngleEstimatorUseReferenceArithmetic: the transforms and the angle scan
+  // then run their plain reference arithmetic instead of the fast paths.
   bool referenceArithmetic;
+  SteeringTable *referenceSteering;  // the reference scan's full table, owned; null in the daemon
   OrienAngleScratch scratch;                            // one frame's working storage
   SteeringScanTable scanSteering;                       // steering, laid out for the scan
 };
@@ -64,12 +65,18 @@ struct OrienAngleEstimator {
 // Allocates the record in one block, creates the transform plan, initialises the
 // record and creates the voice-model state. Null if an allocation fails.
 OrienAngleEstimator *orienAngleEstimatorCreate();
-// Clears the record to its creation state and builds the steering table. Returns 0.
-// The transform plan (fixed for the record's life) is kept; the denoiser pointer
-// is cleared: call it on a record made by orienAngleEstimatorCreate.
+// Clears the record to its creation state and builds the scan's steering table.
+// Returns 0. The transform plan and the reference table (fixed for the record's
+// life) are kept; the denoiser pointer is cleared: call it on a record made by
+// orienAngleEstimatorCreate.
 int orienAngleEstimatorInit(OrienAngleEstimator *est);
-// Releases the voice-model state and the transform plan, then the record.
+// Releases the voice-model state, the transform plan and the reference table if
+// any, then the record.
 void orienAngleEstimatorDestroy(OrienAngleEstimator *est);
+// Switches the record to the reference arithmetic and builds the full steering
+// table the reference scan reads (5.8 MB, tests and offline tools only).
+// Returns 0, or -1 if the table cannot be allocated.
+int orienAngleEstimatorUseReferenceArithmetic(OrienAngleEstimator *est);
 
 // The plan the analysis blocks run (spectrumAnalyseBlock): null, which selects
 // the reference transform, under referenceArithmetic or in a record without one.

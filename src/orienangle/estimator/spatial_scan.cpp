@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "orienangle/estimator/scan_vector.h"
+#include "orienangle/estimator/scan_kernel.h"
 #include "orienangle/estimator/steering.h"
 
 void spatialPickPeaks(const float *p, uint32_t *peaks) {
@@ -43,6 +43,27 @@ void spatialPickPeaks(const float *p, uint32_t *peaks) {
   peaks[2] = static_cast<uint32_t>(c2);
 }
 
+namespace {
+
+// Global maximum by the plain rule: from 0.0 at 90, only a strictly greater value
+// replaces it. Then the row and its peaks go into the rings.
+int storeRow(OrienAngleEstimator *est, const float *power) {
+  int best = ORIEN_ANGLE_BROADSIDE;
+  float bestPower = 0.0f;
+  for (int a = 0; a < ORIEN_ANGLE_NUM; ++a) {
+    if (power[a] > bestPower) {
+      bestPower = power[a];
+      best = a;
+    }
+  }
+  const uint32_t slot = est->frameCursor;
+  for (int a = 0; a < ORIEN_ANGLE_NUM; ++a) est->angleSpectrum[slot][a] = power[a];
+  spatialPickPeaks(power, est->peakAngles[slot]);
+  return best;
+}
+
+}  // namespace
+
 int spatialSpectrumScanReference(OrienAngleEstimator *est,
                                  const OrienComplex (*spectra)[ORIEN_SPECTRUM_BINS]) {
   // 1. Bin weights, once per frame: square-root SNR, and the power normaliser.
@@ -57,15 +78,20 @@ int spatialSpectrumScanReference(OrienAngleEstimator *est,
     norm[k] = est->binPower[k] + SCAN_POWER_EPS;
   }
 
-  // 2. Steered power per direction, in single precision.
+  // 2. Steered power per direction, in single precision, from the full table
+  // (or, without one, from each direction's weights computed in turn).
   float power[ORIEN_ANGLE_NUM];
-  int best = ORIEN_ANGLE_BROADSIDE;
-  float bestPower = 0.0f;
+  OrienComplex row[ORIEN_BINS][ORIEN_MIC_NUM];
   for (int a = 0; a < ORIEN_ANGLE_NUM; ++a) {
+    const OrienComplex(*steering)[ORIEN_MIC_NUM] = row;
+    if (est->referenceSteering != nullptr)
+      steering = est->referenceSteering->w[a];
+    else
+      steeringReferenceRow(a, row);
     float sum = 0.0f;
     for (int b = 0; b < binCount; ++b) {
       const int k = bins[b];
-      const OrienComplex *s = est->steering[a][k];
+      const OrienComplex *s = steering[k];
       float yr = 0.0f, yi = 0.0f;
       for (int m = 0; m < ORIEN_MIC_NUM; ++m) {
         const OrienComplex x = spectra[m][k];
@@ -75,81 +101,32 @@ int spatialSpectrumScanReference(OrienAngleEstimator *est,
       sum += ((yr * yr + yi * yi) * weight[k]) / norm[k];
     }
     power[a] = sum;
-    if (sum > bestPower) {
-      bestPower = sum;
-      best = a;
-    }
   }
 
   // 3. Store the spectrum, then 4, 5: its peaks.
-  const uint32_t slot = est->frameCursor;
-  for (int a = 0; a < ORIEN_ANGLE_NUM; ++a) est->angleSpectrum[slot][a] = power[a];
-  spatialPickPeaks(power, est->peakAngles[slot]);
-  return best;
+  return storeRow(est, power);
 }
-
-namespace {
-
-// Steered power of one bin for the directions of one lane group and their mirrors.
-// Lane l of A is direction a = g * SCAN_LANES + l, lane l of B is 180 - a. Each
-// lane runs the plain scan's operations in its order: microphones 0..7 from 0,
-//   yr += sr * xr - si * xi,  yi += si * xr + sr * xi,
-// then sum += ((yr * yr + yi * yi) * w) / norm. The four products are shared:
-// B's weights are A's conjugates, and microphone 7 - m's are m's conjugates, and
-// with a negated si the plain operations give exactly
-//   sr * xr - (-si) * xi = p1 + p2,   (-si) * xr + sr * xi = p4 - p3.
-struct BinLanes {
-  ScanVec xr[ORIEN_MIC_NUM], xi[ORIEN_MIC_NUM];  // the bin's spectra, in every lane
-  ScanVec weight, norm;
-};
-
-inline void scanGroup(const BinLanes &bin, const float *s, ScanVec *sumA, ScanVec *sumB) {
-  ScanVec yrA{}, yiA{}, yrB{}, yiB{};
-  for (int m = 0; m < SCAN_HALF_MICS; ++m) {
-    const ScanVec sr = scanLoad(s + (2 * m) * SCAN_LANES);
-    const ScanVec si = scanLoad(s + (2 * m + 1) * SCAN_LANES);
-    const ScanVec p1 = sr * bin.xr[m], p2 = si * bin.xi[m];
-    const ScanVec p3 = si * bin.xr[m], p4 = sr * bin.xi[m];
-    yrA += p1 - p2;
-    yiA += p3 + p4;
-    yrB += p1 + p2;
-    yiB += p4 - p3;
-  }
-  for (int m = SCAN_HALF_MICS; m < ORIEN_MIC_NUM; ++m) {
-    const int opposite = ORIEN_MIC_NUM - 1 - m;
-    const ScanVec sr = scanLoad(s + (2 * opposite) * SCAN_LANES);
-    const ScanVec si = scanLoad(s + (2 * opposite + 1) * SCAN_LANES);
-    const ScanVec p1 = sr * bin.xr[m], p2 = si * bin.xi[m];
-    const ScanVec p3 = si * bin.xr[m], p4 = sr * bin.xi[m];
-    yrA += p1 + p2;
-    yiA += p4 - p3;
-    yrB += p1 - p2;
-    yiB += p3 + p4;
-  }
-  *sumA += ((yrA * yrA + yiA * yiA) * bin.weight) / bin.norm;
-  *sumB += ((yrB * yrB + yiB * yiB) * bin.weight) / bin.norm;
-}
-
-}  // namespace
 
 int spatialSpectrumScan(OrienAngleEstimator *est, const OrienComplex (*spectra)[ORIEN_SPECTRUM_BINS]) {
   // Steered power of every direction, bins in increasing order, all directions at
-  // once: 0..90 in the A lanes, 180..90 in the B lanes.
+  // once: 0..90 in the A sums, 180..90 in the B sums.
   ScanVec sumA[SCAN_GROUPS], sumB[SCAN_GROUPS];
-  for (int g = 0; g < SCAN_GROUPS; ++g) sumA[g] = sumB[g] = ScanVec{};
-  const SteeringScanTable &table = est->scanSteering;
-  BinLanes bin;
+  for (int g = 0; g < SCAN_GROUPS; ++g) sumA[g] = sumB[g] = scanZero();
+  ScanBin bin;
   for (int k = ORIEN_SCAN_FIRST_BIN; k < ORIEN_BINS; ++k) {
     if (est->binSelected[k] == 0) continue;
-    bin.weight = scanSplat(std::sqrt(est->binPower[k] / (est->micNoise.binNoise[k] + SCAN_NOISE_EPS)));
-    bin.norm = scanSplat(est->binPower[k] + SCAN_POWER_EPS);
-    for (int m = 0; m < ORIEN_MIC_NUM; ++m) {
-      bin.xr[m] = scanSplat(spectra[m][k].re);
-      bin.xi[m] = scanSplat(spectra[m][k].im);
+    // The bin's weight over its normaliser, w / norm, goes into P and Q as its
+    // square root: |sqrt(f) Y|^2 = f |Y|^2, with no division per direction.
+    const float w = std::sqrt(est->binPower[k] / (est->micNoise.binNoise[k] + SCAN_NOISE_EPS));
+    const float scale = std::sqrt(w / (est->binPower[k] + SCAN_POWER_EPS));
+    for (int m = 0; m < SCAN_HALF_MICS; ++m) {
+      const OrienComplex x = spectra[m][k], mirror = spectra[ORIEN_MIC_NUM - 1 - m][k];
+      bin.pq[0][m] = scale * (x.re + mirror.re);
+      bin.pq[1][m] = scale * (x.im + mirror.im);
+      bin.pq[2][m] = scale * (x.re - mirror.re);
+      bin.pq[3][m] = scale * (x.im - mirror.im);
     }
-    const float *s = &table.w[k - ORIEN_SCAN_FIRST_BIN][0][0][0][0];
-    for (int g = 0; g < SCAN_GROUPS; ++g, s += SCAN_HALF_MICS * 2 * SCAN_LANES)
-      scanGroup(bin, s, &sumA[g], &sumB[g]);
+    scanKernel(bin, &est->scanSteering.w[k - ORIEN_SCAN_FIRST_BIN][0][0][0][0], sumA, sumB);
   }
 
   float power[ORIEN_ANGLE_NUM];
@@ -160,19 +137,5 @@ int spatialSpectrumScan(OrienAngleEstimator *est, const OrienComplex (*spectra)[
       if (a <= ORIEN_ANGLE_BROADSIDE) power[a] = scanLane(sumA[g], lane);
       if (a < ORIEN_ANGLE_BROADSIDE) power[last - a] = scanLane(sumB[g], lane);
     }
-
-  // Global maximum by the plain scan's rule: from 0.0 at 90, strictly greater replaces.
-  int best = ORIEN_ANGLE_BROADSIDE;
-  float bestPower = 0.0f;
-  for (int a = 0; a < ORIEN_ANGLE_NUM; ++a) {
-    if (power[a] > bestPower) {
-      bestPower = power[a];
-      best = a;
-    }
-  }
-
-  const uint32_t slot = est->frameCursor;
-  for (int a = 0; a < ORIEN_ANGLE_NUM; ++a) est->angleSpectrum[slot][a] = power[a];
-  spatialPickPeaks(power, est->peakAngles[slot]);
-  return best;
+  return storeRow(est, power);
 }

@@ -9,7 +9,10 @@
 // index of the global maximum (90 if no value exceeds 0).
 int spatialSpectrumScan(OrienAngleEstimator *est, const OrienComplex (*spectra)[ORIEN_SPECTRUM_BINS]);
 
-// The plain scan, kept as the bit-exact reference for any faster scan.
+// The plain scan, one direction at a time: the definition of the arithmetic,
+// for tests and offline tools. It reads the record's full reference table when
+// there is one (orienAngleEstimatorUseReferenceArithmetic), else it computes each
+// direction's weights as it goes.
 int spatialSpectrumScanReference(OrienAngleEstimator *est,
                                  const OrienComplex (*spectra)[ORIEN_SPECTRUM_BINS]);
 
