@@ -111,6 +111,7 @@ TEST_F(AnglePipeline, DigitalSilenceIsTenConsecutiveSamplesWithinOne) {
   EXPECT_TRUE(withRun(0, 10, 0.0f));     // first ten samples, the rest speech
   EXPECT_FALSE(withRun(100, 9, 0.0f));   // nine only
   EXPECT_TRUE(withRun(955, 10, 1.9f));   // across a plane boundary
+  EXPECT_FALSE(withRun(300, 10, 2.0f));  // +-2 is a sample value, not silence
 }
 
 // Frames 1..4 after a decision only record; the fifth runs the loudspeaker test
