@@ -192,7 +192,7 @@ TEST_F(HostProtocolTest, LogLinesAsTheOperatorsKnowThem) {
       {"reboot", [] { hostExecuteCommand({HostCommandKind::Reboot, 0x00, 0x01}); },
        "-->velquare_uart_proc 1640: recv reboot cmd and reboot..\n"},
       {"position", [] { onAngleResult(37); },
-       "send data is :\nff 00 25 02 01 28 \n----------------------------> posi : 37\n"},
+       "----------------------------> posi : 37\nsend data is :\nff 00 25 02 01 28 \n"},
       {"send", [&] { uartSend(bytes, 2); }, "send data is :\n81 0d \n"},
   };
   for (const auto &c : cases) EXPECT_EQ(stdoutOf(c.act), c.line) << c.what;

@@ -14,6 +14,7 @@
 #include "audio/audioprocess.h"
 #include "audio/buffpool.h"
 #include "common/shared_word.h"
+#include "edge_config.h"
 #include "hostlink/host_protocol.h"
 #include "hostlink/uart.h"
 #include "lifecycle/process.h"
