@@ -52,22 +52,6 @@ void runPeriod(LevelMeter *m, int frames, const LevelThresholds &t, int16_t line
   }
 }
 
-// The level frame reads silent before the first report and again after each send.
-TEST(LevelMeter, CodesForLoudQuietAndSilentChannels) {
-  LevelMeter m;
-  levelMeterInit(&m);
-  const uint8_t silent[LEVEL_REPORT_BYTES] = {0xFF, 0x10, 0x10, 0x10, 0x10, 0x10,
-                                             0x10, 0x10, 0x10, 0x10, 0x90};
-  EXPECT_EQ(0, memcmp(m.levelFrame, silent, sizeof silent));
-  stdoutOf([&] { runPeriod(&m, 250, kCodes, 10); });
-  uint8_t report[LEVEL_REPORT_BYTES];
-  ASSERT_TRUE(levelMeterTakeReport(&m, report));
-  const uint8_t expected[LEVEL_REPORT_BYTES] = {0xFF, 0x01, 0x20, 0x10, 0x10, 0x01,
-                                                0x01, 0x20, 0x10, 0x20, 0x93};
-  EXPECT_EQ(0, memcmp(report, expected, sizeof report));
-  for (uint8_t b : m.levelFrame) EXPECT_EQ(b, 0x10);
-}
-
 TEST(LevelMeter, RawDbValuesInSendRetMode) {
   LevelMeter m;
   levelMeterInit(&m);
