@@ -74,7 +74,8 @@ TEST_F(BuffPoolTest, TransferAcrossTheRingEndContinuesAtIndexZero) {
   EXPECT_EQ(pool_.readBuffPoolNum, start + 100);
 }
 
-TEST(BuffPoolLifetime, DeletedPoolsAndUnknownEndpointsAreRefused) {
+TEST(BuffPoolLifetime, MissingDeletedPoolsAndUnknownEndpointsAreRefused) {
+  stdoutOf([] { EXPECT_TRUE(buffpool_create(nullptr) == -1 && buffpool_delete(nullptr) == -1); });
   BuffPool pool{};
   std::vector<uint8_t> bytes = pattern(16, 1);
   ASSERT_EQ(buffpool_create(&pool), 0);
