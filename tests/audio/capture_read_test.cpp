@@ -9,7 +9,7 @@
 #include "aplay/pcm_config.h"
 #include "audio/capture_worker.h"
 #include "endpoint_fixture.h"
-#include "scripted_pcm.h"
+#include "support/scripted_pcm.h"
 
 using ::testing::internal::CaptureStderr;
 using ::testing::internal::CaptureStdout;
@@ -118,17 +118,6 @@ INSTANTIATE_TEST_SUITE_P(
         ReadCase{"DrainingPrepared", {-EPIPE}, SND_PCM_STATE_DRAINING,
                  "capture stream format change\\? attempting recover\\.\\.\\.\n"}),
     [](const testing::TestParamInfo<ReadCase> &info) { return std::string(info.param.name); });
-
-TEST_F(CaptureRead, StopEndsTheReadEarlyAndTheChunkKeepsItsLength) {
-  gScript = {300};
-  readiFunc = [](snd_pcm_t *pcm, void *buf, snd_pcm_uframes_t n) {
-    gEndpoints[EP_DIGITMIC].stop = 1;
-    return scriptedReadi(pcm, buf, n);
-  };
-  EXPECT_EQ(pcm_read(ep), 300u);
-  EXPECT_EQ(gRequests.size(), 1u);
-  EXPECT_EQ(ep->chunk_bytes, 32768);
-}
 
 using CaptureReadDeathTest = CaptureRead;
 

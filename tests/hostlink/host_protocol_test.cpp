@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <functional>
 #include <thread>
 
 #include "common/shared_word.h"
@@ -17,6 +18,7 @@
 #include "lifecycle/process.h"
 #include "lifecycle/state_segment.h"
 #include "pty_line.h"
+#include "support/output_capture.h"
 #include "support/sandbox.h"
 
 namespace {
@@ -168,4 +170,31 @@ TEST_F(HostProtocolTest, CommandThreadRebootsOnTheHostsCommand) {
   kill(child, SIGKILL);
   waitpid(child, nullptr, 0);
   EXPECT_TRUE(rebooted) << sandbox.read("commands.log");  // sync first, then reboot
+}
+
+// The host link's console lines, once, exactly: operators and log readers
+// depend on them. (The behaviour behind each is tested above.)
+TEST_F(HostProtocolTest, LogLinesAsTheOperatorsKnowThem) {
+  const uint8_t bytes[] = {0x81, 0x0d};
+  const struct {
+    const char *what;
+    std::function<void()> act;
+    const char *line;
+  } cases[] = {
+      {"start test", [] { hostExecuteCommand({HostCommandKind::StartTest, 0x12, 0x05}); },
+       "-->velquare_uart_proc 1616: start test mode..\n"
+       "-->velquare_uart_proc 1633: sendRetMode:0, micDBmax:18, micDBmin:5\n"},
+      {"update in test mode", [] { hostExecuteCommand({HostCommandKind::Update, 0x7F, 0x00}); }, ""},
+      {"stop test", [] { hostExecuteCommand({HostCommandKind::StopTest, 0x12, 0x01}); },
+       "-->velquare_uart_proc 1610: stop test mode..\n"},
+      {"get position", [] { hostExecuteCommand({HostCommandKind::GetPosition, 0x00, 0x02}); },
+       "-->velquare_uart_proc 1649: recv get posi cmd and send posi..\n"},
+      {"reboot", [] { hostExecuteCommand({HostCommandKind::Reboot, 0x00, 0x01}); },
+       "-->velquare_uart_proc 1640: recv reboot cmd and reboot..\n"},
+      {"position", [] { onAngleResult(37); },
+       "----------------------------> posi : 37\nsend data is :\nff 00 25 02 01 28 \n"},
+      {"send", [&] { uartSend(bytes, 2); }, "send data is :\n81 0d \n"},
+  };
+  for (const auto &c : cases) EXPECT_EQ(stdoutOf(c.act), c.line) << c.what;
+  EXPECT_EQ(sandbox.read("commands.log"), "sync\nreboot\n");  // sync first, then reboot
 }

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "support/eventually.h"
+
 using Bytes = std::vector<uint8_t>;
 
 inline Bytes operator+(Bytes a, const Bytes &b) {
@@ -39,13 +41,3 @@ class PtyLine {
   std::string slavePath_;
   pid_t sb_ = -1;
 };
-
-// Polls `done` until it holds or the time (about timeoutMs) is up.
-template <class Predicate>
-bool eventually(Predicate done, int timeoutMs = 2000) {
-  for (int i = 0; i < timeoutMs / 5; ++i) {
-    if (done()) return true;
-    usleep(5000);
-  }
-  return done();
-}

@@ -68,29 +68,6 @@ TEST_F(DaemonTest, StartsUpInItsFixedOrderWithoutAWatchdogDevice) {
       << daemon->out();
 }
 
-TEST_F(DaemonTest, StartsTheWatchdogWhenTheDeviceOpens) {
-  sandbox_.write("dev/gpiocustom", "");
-  auto daemon = start();
-  ASSERT_TRUE(daemon->waitForOutput("velquare_hal_proc start! \n")) << daemon->out();
-  EXPECT_TRUE(std::regex_search(daemon->out(), std::regex("^-->main [0-9]+: create wdg proc\n"))) << daemon->out();
-}
-
-TEST_F(DaemonTest, HeartbeatCountsAndContinuesAfterARestart) {
-  uint32_t before;
-  {
-    auto daemon = startRunning();
-    ASSERT_TRUE(heartbeatPasses(1));
-    ASSERT_TRUE(daemon->signal(SIGKILL));
-    ASSERT_TRUE(daemon->waitForExit());
-    before = heartbeat();
-  }
-  // The segment outlived the process and still holds its count.
-  EXPECT_EQ(heartbeat(), before);
-  auto daemon = startRunning();
-  EXPECT_GE(heartbeat(), before);
-  EXPECT_TRUE(heartbeatPasses(before + 1));
-}
-
 // The first SIGINT or SIGTERM only puts the audio into abort mode: one line,
 // and the process goes on. The other of the two is then swallowed; the same
 // signal again ends the process by its default action.

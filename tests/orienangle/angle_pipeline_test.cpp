@@ -111,6 +111,7 @@ TEST_F(AnglePipeline, DigitalSilenceIsTenConsecutiveSamplesWithinOne) {
   EXPECT_TRUE(withRun(0, 10, 0.0f));     // first ten samples, the rest speech
   EXPECT_FALSE(withRun(100, 9, 0.0f));   // nine only
   EXPECT_TRUE(withRun(955, 10, 1.9f));   // across a plane boundary
+  EXPECT_FALSE(withRun(300, 10, 2.0f));  // +-2 is a sample value, not silence
 }
 
 // Frames 1..4 after a decision only record; the fifth runs the loudspeaker test
@@ -306,6 +307,29 @@ TEST_F(AnglePipeline, SilentFrameSkipsTheNextTwoFramesAndAnalysesTheThird) {
     ASSERT_TRUE(i < 1 || est_->binSelectedCount > 30u) << "frame " << f;  // would scan
     EXPECT_TRUE(i < 3 ? peak == 230 : std::abs(peak - 120) <= 1) << "frame " << f << " peak " << peak;
   }
+}
+
+// The voice model's decision: broadband noise is not a voice, the talker is.
+TEST_F(AnglePipeline, NoiseIsNotVoicedButTheTalkerIs) {
+  const std::vector<float> noise = testsig::noiseAwayFromZero(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE, 300.0f, 9);
+  int voiced = 0;
+  for (int f = 0; f < 20; ++f) {
+    const uint32_t s = est_->frameCursor;
+    process(noise.data());
+    voiced += est_->vadFlag[s];
+  }
+  EXPECT_EQ(voiced, 0);
+  std::vector<float> speech = makeVoicedSpeech(1.0, 48000, 3);
+  for (auto &x : speech) x *= 16000.0f;
+  const std::vector<float> planes = testsig::arrayFrom(speech, 0.0);
+  std::vector<float> frame(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE);
+  for (size_t f = 0; f < speech.size() / ORIEN_FRAME_SIZE; ++f) {
+    const uint32_t s = est_->frameCursor;
+    testsig::frameOf(planes, speech.size(), f, frame.data());
+    process(frame.data());
+    voiced += est_->vadFlag[s];
+  }
+  EXPECT_GT(voiced, 10);
 }
 
 // The whole chain with the voice model: a synthetic talker from -35 degrees over

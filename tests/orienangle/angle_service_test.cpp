@@ -1,5 +1,6 @@
 // The angle service: the test-mode level meter with its codes and report
-// frame, and single loop turns over real capture pools.
+// frame, single loop turns over real capture pools, the service thread, and
+// the log contract of the angle subsystem.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -7,22 +8,23 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <functional>
 #include <vector>
 
 #include "audio/audioprocess.h"
 #include "audio/buffpool.h"
 #include "common/shared_word.h"
+#include "edge_config.h"
 #include "hostlink/host_protocol.h"
 #include "hostlink/uart.h"
 #include "lifecycle/process.h"
 #include "orienangle/module/angle_module.h"
 #include "orienangle/module/angle_service.h"
 #include "orienangle/module/level_meter.h"
+#include "pty_line.h"
+#include "support/output_capture.h"
 #include "support/sandbox.h"
 
-using testing::HasSubstr;
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStdout;
 
 namespace {
 
@@ -50,43 +52,10 @@ void runPeriod(LevelMeter *m, int frames, const LevelThresholds &t, int16_t line
   }
 }
 
-TEST(LevelMeter, DbValueIsTruncatedAndSilenceIsZero) {
-  double mean;
-  EXPECT_EQ(levelDbValue(250.0 * 960 * 1000 * 1000, &mean), 106);
-  EXPECT_DOUBLE_EQ(mean, 48000.0 * 1000 * 1000);
-  EXPECT_EQ(levelDbValue(0.0, &mean), 0) << "log10(0) is minus infinity";
-  EXPECT_EQ(levelDbValue(1.0, &mean), 0) << "negative dB";
-  EXPECT_EQ(levelDbValue(1e30, &mean), 293 - 256) << "293 dB, low 8 bits only";
-}
-
-// The level frame reads silent before the first report and again after each send.
-TEST(LevelMeter, CodesForLoudQuietAndSilentChannels) {
-  LevelMeter m;
-  levelMeterInit(&m);
-  const uint8_t silent[LEVEL_REPORT_BYTES] = {0xFF, 0x10, 0x10, 0x10, 0x10, 0x10,
-                                             0x10, 0x10, 0x10, 0x10, 0x90};
-  EXPECT_EQ(0, memcmp(m.levelFrame, silent, sizeof silent));
-  CaptureStdout();
-  runPeriod(&m, 250, kCodes, 10);
-  std::string out = GetCapturedStdout();
-  uint8_t report[LEVEL_REPORT_BYTES];
-  ASSERT_TRUE(levelMeterTakeReport(&m, report));
-  const uint8_t expected[LEVEL_REPORT_BYTES] = {0xFF, 0x01, 0x20, 0x10, 0x10, 0x01,
-                                                0x01, 0x20, 0x10, 0x20, 0x93};
-  EXPECT_EQ(0, memcmp(report, expected, sizeof report));
-  for (uint8_t b : m.levelFrame) EXPECT_EQ(b, 0x10);
-  EXPECT_THAT(out, HasSubstr("\nMDitgitMic(ch1):48000000000.000000, DBVal:106\n"));
-  EXPECT_THAT(out, HasSubstr("MDitgitMic(ch2):4800000.000000, DBVal:66->lowVolum\n"));
-  EXPECT_THAT(out, HasSubstr("MDitgitMic(ch4):0.000000, DBVal:0->noVolum\n"));
-  EXPECT_THAT(out, HasSubstr("\nMLineIn:4800000.000000, DBVal:66->lowVolum\n"));
-}
-
 TEST(LevelMeter, RawDbValuesInSendRetMode) {
   LevelMeter m;
   levelMeterInit(&m);
-  CaptureStdout();
-  runPeriod(&m, 250, {1, 90, 50});
-  GetCapturedStdout();
+  stdoutOf([&] { runPeriod(&m, 250, {1, 90, 50}); });
   uint8_t report[LEVEL_REPORT_BYTES];
   ASSERT_TRUE(levelMeterTakeReport(&m, report));
   const uint8_t expected[LEVEL_REPORT_BYTES] = {0xFF, 106, 66,  46, 0, 106,
@@ -99,20 +68,16 @@ TEST(LevelMeter, ReportsAfterThe250thFrameNotThe249th) {
   LevelMeter m;
   levelMeterInit(&m);
   uint8_t report[LEVEL_REPORT_BYTES];
-  CaptureStdout();
-  runPeriod(&m, 249, kCodes);
-  EXPECT_EQ(GetCapturedStdout(), "");
+  EXPECT_EQ(stdoutOf([&] { runPeriod(&m, 249, kCodes); }), "");
   EXPECT_FALSE(levelMeterTakeReport(&m, report));
-  CaptureStdout();
-  runPeriod(&m, 1, kCodes);
-  GetCapturedStdout();
+  stdoutOf([&] { runPeriod(&m, 1, kCodes); });
   EXPECT_TRUE(levelMeterTakeReport(&m, report));
   EXPECT_FALSE(levelMeterTakeReport(&m, report)) << "one report per period";
 
   std::vector<int16_t> mic = micFrame(kLoudQuietSilent);
-  CaptureStdout();
-  for (int i = 0; i < 600; ++i) levelMeterAddMic(&m, mic.data(), kCodes);
-  GetCapturedStdout();
+  stdoutOf([&] {
+    for (int i = 0; i < 600; ++i) levelMeterAddMic(&m, mic.data(), kCodes);
+  });
   EXPECT_FALSE(levelMeterTakeReport(&m, report)) << "no line-in, no level frame";
 }
 
@@ -120,17 +85,14 @@ TEST(LevelMeter, LeavingTestModeRestartsTheCountButKeepsTheSums) {
   LevelMeter m;
   levelMeterInit(&m);
   std::vector<int16_t> mic = micFrame(kLoudQuietSilent);
-  CaptureStdout();
-  for (int i = 0; i < 200; ++i) levelMeterAddMic(&m, mic.data(), kCodes);
-  levelMeterSkipMic(&m);
-  EXPECT_EQ(m.micFrames, 0);
-  EXPECT_GT(m.micPower[0], 0.0);
-  for (int i = 0; i < 249; ++i) levelMeterAddMic(&m, mic.data(), kCodes);
-  EXPECT_EQ(GetCapturedStdout(), "");
-  CaptureStdout();
-  levelMeterAddMic(&m, mic.data(), kCodes);
+  const std::string out = stdoutOf([&] {
+    for (int i = 0; i < 200; ++i) levelMeterAddMic(&m, mic.data(), kCodes);
+    levelMeterSkipMic(&m);
+    for (int i = 0; i < 249; ++i) levelMeterAddMic(&m, mic.data(), kCodes);
+  });
+  EXPECT_EQ(out, "");
   // 450 frames of energy: 10 log10(450/250 x 48000 x 1e6) = 109.
-  EXPECT_THAT(GetCapturedStdout(), HasSubstr("DBVal:109\n"));
+  EXPECT_NE(stdoutOf([&] { levelMeterAddMic(&m, mic.data(), kCodes); }).find("DBVal:109\n"), std::string::npos);
 }
 
 // Loop turns over the real pools, with the module's rings but no worker.
@@ -182,53 +144,26 @@ TEST_F(ServiceTurn, MovesWholeFramesAndTheLeftLineInChannelOnly) {
   for (int i = 0; i < kSamples; ++i) ASSERT_EQ(ref[i], i);
 }
 
-TEST_F(ServiceTurn, TestModeMetersInsteadOfFeedingTheModule) {
+// The period's level report goes out on the host line from the service turn.
+TEST_F(ServiceTurn, TestModeMetersInsteadOfFeedingTheModuleAndSendsTheReport) {
+  Sandbox box;
+  PtyLine line;
+  ASSERT_EQ(uartOpen(QV_SERIAL_DEVICE, 115200, 0, 8, 1, 0), 0);
   gHostCtrl.testMode = 1;
   gHostCtrl.micDBmax = 90;
   gHostCtrl.micDBmin = 50;
   std::vector<int16_t> mic = micFrame(kLoudQuietSilent);
   std::vector<int16_t> stereo(2 * kSamples, 1000);
-  CaptureStdout();
-  for (int i = 0; i < 250; ++i) {
-    push(mic_, mic.data(), ANGLE_SERVICE_MIC_FRAME_BYTES);
-    push(line_, stereo.data(), ANGLE_SERVICE_LINE_FRAME_BYTES);
-    angleServiceTurn(&svc_);
-  }
-  EXPECT_THAT(GetCapturedStdout(), HasSubstr("MLineIn:48000000000.000000, DBVal:106\n"));
+  stdoutOf([&] {
+    for (int i = 0; i < 250; ++i) {
+      push(mic_, mic.data(), ANGLE_SERVICE_MIC_FRAME_BYTES);
+      push(line_, stereo.data(), ANGLE_SERVICE_LINE_FRAME_BYTES);
+      angleServiceTurn(&svc_);
+    }
+  });
   EXPECT_TRUE(gVelquareSpeach.setAudioBuffNum == 0u && gVelquareSpeach.setAudioBuffSpkinNum == 0u);
-  EXPECT_EQ(svc_.meter.readyMask, 0u) << "the report of the period went out";
-}
-
-// Waits (bounded) for a condition the service thread brings about.
-template <class Condition>
-bool eventually(Condition condition) {
-  for (int i = 0; i < 300 && !condition(); ++i) usleep(10000);
-  return condition();
-}
-
-TEST(ServiceThread, WithoutASerialLineTheModuleStaysDownButThePoolsAreDrained) {
-  Sandbox box;  // no dev/ttyS1
-  memset(&gHostCtrl, 0, sizeof gHostCtrl);
-  BuffPool *mic = &velquare_audioprocess_endpoint(AUDIOPROCESS_DIGITMIC)->pool;
-  ASSERT_EQ(buffpool_create(mic), 0);
-  std::vector<uint8_t> frame(ANGLE_SERVICE_MIC_FRAME_BYTES);
-  int32_t len = ANGLE_SERVICE_MIC_FRAME_BYTES;
-  ASSERT_EQ(buffpool_rw(mic, BUFFPOOL_WRITE, frame.data(), &len), 0);
-
-  CaptureStdout();
-  ASSERT_EQ(velquare_orienangle_proc_start(), 0);
-  EXPECT_EQ(sharedLoad(angleProcRun), 1);
-  bool drained = eventually([mic] { return sharedLoad(mic->readBuffPoolNum) > 0; });
-  velquare_orienangle_proc_stop();
-  usleep(20000);
-  std::string out = GetCapturedStdout();
-  ASSERT_TRUE(drained) << "the loop runs without the host line";
-  EXPECT_THAT(out, HasSubstr("---------------> verison : 2.1\n"));
-  EXPECT_THAT(out, HasSubstr("err: audio buff not init Or Audio buff is NULL\n"))
-      << "the frame went to the module, which is not up";
-  EXPECT_EQ(sharedLoad(gHostCtrl.uartOpened), 0);
-  EXPECT_EQ(sharedLoad(gVelquareSpeach.inited), 0u);
-  EXPECT_FALSE(angleWorkerActive());
+  EXPECT_EQ(line.receiveAll(), (Bytes{0xFF, 0x01, 0x20, 0x10, 0x10, 0x01, 0x01, 0x20, 0x10, 0x01, 0x74}));
+  uartClose();
 }
 
 TEST(ServiceThread, OpensTheLineStartsTheModuleAndTearsBothDown) {
@@ -251,6 +186,55 @@ TEST(ServiceThread, OpensTheLineStartsTheModuleAndTearsBothDown) {
   EXPECT_TRUE(eventually([] { return !angleWorkerActive(); }));
   EXPECT_TRUE(eventually([] { return sharedLoad(uartFd) == -1; })) << "the line is closed";
   close(master);
+}
+
+// The subsystem's console lines, once, exactly: operators and log readers
+// depend on them. (The behaviour behind each is tested above and in the
+// module tests.)
+TEST(AngleLog, EachLineAsTheOperatorsKnowIt) {
+  const std::vector<uint8_t> frame(ANGLE_MIC_FRAME_BYTES), ring(ANGLE_RING_BYTES + 1);
+  LevelMeter m;
+  const struct {
+    const char *what;
+    std::function<void()> act;
+    const char *line;
+  } cases[] = {
+      {"init, bad frame size", [] { velquare_orienAngle_init(8, 0, 48000, 16, nullptr); },
+       "------err: velquare_orienAngle_init 476 ---> micNum[8], frameSize[0], sampleRate[48000], bitDepth[16]\n"},
+      {"write, no length", [&] { velquare_orienAngle_writeAudioData(frame.data(), 0); },
+       "------err: velquare_orienAngle_writeAudioData 301 ---> InputDataLen[0]\n"},
+      {"write, no data", [] { velquare_orienAngle_writeAudioData(nullptr, 5); },
+       "------err: velquare_orienAngle_writeAudioData 307 ---> input_data[NULL]\n"},
+      {"reference, no length", [&] { velquare_orienAngle_writeAudioSpkinData(frame.data(), -3); },
+       "------err: velquare_orienAngle_writeAudioSpkinData 322 ---> InputDataLen[-3]\n"},
+      {"reference, no data", [] { velquare_orienAngle_writeAudioSpkinData(nullptr, 5); },
+       "------err: velquare_orienAngle_writeAudioSpkinData 328 ---> input_data[NULL]\n"},
+      {"write, no ring", [&] { velquare_orienAngle_writeAudioData(frame.data(), 1); },
+       "err: audio buff not init Or Audio buff is NULL\n"},
+      {"reference, no ring", [&] { velquare_orienAngle_writeAudioSpkinData(frame.data(), 1); },
+       "err: audio buff Spkin not init Or Audio buff is NULL\n"},
+      {"process, no data", [] { velquare_orienAngle_process(nullptr, 5); },
+       "------err: velquare_orienAngle_process 104 ---> input_data == NULL\n"},
+      {"process, no length", [&] { velquare_orienAngle_process(frame.data(), 0); },
+       "------err: velquare_orienAngle_process 109 ---> input_data_len[0]\n"},
+      {"ring full", [&] { audioBuffCreate(), velquare_orienAngle_writeAudioData(ring.data(), ANGLE_RING_BYTES + 1); },
+       "audio is full, gVelquareSpeach.setAudioBuffNum - gVelquareSpeach.getAudioBuffNum : 0\n"},
+      {"reference ring full",
+       [&] { audioBuffSpkinCreate(), velquare_orienAngle_writeAudioSpkinData(ring.data(), ANGLE_RING_BYTES + 1); },
+       "audio is full, gVelquareSpeach.setAudioBuffSpkinNum - gVelquareSpeach.getAudioBuffSpkinNum : 0\n"},
+      {"init", [] { velquare_orienAngle_uninit(), velquare_orienAngle_init(8, 480, 16000, 8, nullptr); },
+       "velquare_orienAngle_init : \nmicNum     : 8\nframeSize  : 480\nsampleRate : 16000\nbitDepth   : 8\n"},
+      {"level period", [&] { levelMeterInit(&m), runPeriod(&m, 250, kCodes, 10); },
+       "\nMDitgitMic(ch1):48000000000.000000, DBVal:106\nMDitgitMic(ch2):4800000.000000, DBVal:66->lowVolum\n"
+       "MDitgitMic(ch3):48000.000000, DBVal:46->noVolum\nMDitgitMic(ch4):0.000000, DBVal:0->noVolum\n"
+       "MDitgitMic(ch5):48000000000.000000, DBVal:106\nMDitgitMic(ch6):48000000000.000000, DBVal:106\n"
+       "MDitgitMic(ch7):4800000.000000, DBVal:66->lowVolum\nMDitgitMic(ch8):0.000000, DBVal:0->noVolum\n"
+       "\nMLineIn:4800000.000000, DBVal:66->lowVolum\n"},
+  };
+  velquare_orienAngle_uninit();
+  memset(&gVelquareSpeach, 0, sizeof gVelquareSpeach);
+  for (const auto &c : cases) EXPECT_EQ(stdoutOf(c.act), c.line) << c.what;
+  velquare_orienAngle_uninit();
 }
 
 }  // namespace

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "audio/wav_header.h"
 #include "support/sandbox.h"
 #include "tool_run.h"
 
@@ -80,40 +79,4 @@ TEST(ReplayAccuracy, NoiseAloneSilenceAndTheLoudspeakerAlonePublishNoDirection) 
     latched += l.time > kSettleSeconds && l.angle == kFarEnd;
   }
   EXPECT_GT(latched, 0) << "the loudspeaker was never reported";
-}
-
-TEST(ReplayInputs, DaemonRecordingsReplayLikeStandardFilesSpectraAreWrittenWrongInputsRefused) {
-  Sandbox box;
-  ASSERT_EQ(0, runTool(kSimulate + " synthetic:2 0 prog.wav unused.wav 2>/dev/null").status);
-  ASSERT_EQ(0, runTool(kSimulate + " --snr 10 --speaker-start 1.5 --speaker prog.wav synthetic:3 20 array.wav linein.wav 2>/dev/null").status);
-  // The daemon's forms: the constant header with placeholder sizes (and a
-  // torn last frame), a headerless stereo line-in, and the angle module's
-  // reference blocks: the left channel alone.
-  const std::string wav = box.read("array.wav"), line = box.read("linein.wav");
-  uint8_t header[WAV_HEADER_BYTES];
-  wavHeaderFill(header, 8);
-  box.write("daemon.wav", std::string(reinterpret_cast<char *>(header), WAV_HEADER_BYTES) + wav.substr(44) + "x");
-  box.write("daemon-linein.wav", line.substr(44));
-  std::string mono;
-  for (size_t i = 44; i + 4 <= line.size(); i += 4) mono += line.substr(i, 2);
-  box.write("module-linein.wav", mono);
-
-  const ToolResult standard = runTool(kReplay + " --spectrum s.csv --picture s.png array.wav linein.wav 2>/dev/null");
-  ASSERT_EQ(0, standard.status);
-  EXPECT_EQ(175u, parseReplay(standard.output).size());  // the loudspeaker runs until 3.5 s
-  for (const char *args : {" daemon.wav daemon-linein.wav", " --linein-mono daemon.wav module-linein.wav"}) {
-    const ToolResult daemon = runTool(kReplay + args + " 2>/dev/null");
-    ASSERT_EQ(0, daemon.status) << args;
-    EXPECT_EQ(standard.output, daemon.output) << args;
-  }
-  const std::string csv = box.read("s.csv"), firstRow = csv.substr(0, csv.find('\n'));
-  EXPECT_EQ(176, std::count(csv.begin(), csv.end(), '\n'));  // header + one row per frame
-  EXPECT_EQ(181, std::count(firstRow.begin(), firstRow.end(), ','));
-  EXPECT_EQ(0u, firstRow.find("time_seconds,-90,-89,"));
-  EXPECT_EQ(std::string("\x89PNG", 4), box.read("s.png").substr(0, 4));
-
-  EXPECT_EQ(0, runTool(kReplay + " --help").status);
-  for (const char *args : {"", "--bogus array.wav"}) EXPECT_EQ(2, runTool(kReplay + " " + args + " 2>/dev/null").status) << args;
-  for (const char *args : {"linein.wav", "missing.wav"})  // 2 channels, not 8; no file
-    EXPECT_EQ(1, runTool(kReplay + " " + args + " 2>/dev/null").status) << args;
 }

@@ -2,7 +2,8 @@
 // the states and limits the sandbox's file/null PCMs never reach: a test can
 // put it into XRUN or DRAINING and restrict its rate, channels or periods.
 // Everything above the plugin (negotiation, status, prepare, resume, state
-// names) is the real library. (The library ignores what an I/O plugin's
+// names) is the real library. With announceClose it writes "pcm closed" to
+// standard error when the library closes it. (The library ignores what an I/O plugin's
 // resume returns, so a resume that fails or asks to wait cannot be staged.)
 #pragma once
 #include <alsa/asoundlib.h>
@@ -21,11 +22,14 @@ struct ScriptedLimits {
 
 class ScriptedPcm {
  public:
-  ScriptedPcm(const std::string &name, snd_pcm_stream_t stream, const ScriptedLimits &limits = {}) : name_(name) {
+  ScriptedPcm(const std::string &name, snd_pcm_stream_t stream, const ScriptedLimits &limits = {},
+              bool announceClose = false)
+      : name_(name) {
     // A descriptor that is always readable, so waits on this PCM return at once.
     if (pipe(pollPipe_) != 0 || write(pollPipe_[1], "x", 1) != 1) ADD_FAILURE() << "pipe";
     callbacks_.start = callbacks_.stop = [](snd_pcm_ioplug_t *) { return 0; };
     callbacks_.pointer = [](snd_pcm_ioplug_t *) -> snd_pcm_sframes_t { return 0; };
+    if (announceClose) callbacks_.close = [](snd_pcm_ioplug_t *) { return fputs("pcm closed\n", stderr) < 0 ? -1 : 0; };
     io_.version = SND_PCM_IOPLUG_VERSION;
     io_.name = name_.c_str();
     io_.poll_fd = pollPipe_[0];
