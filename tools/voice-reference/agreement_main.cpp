@@ -47,10 +47,10 @@ int main(int argc, char **argv) {
     for (float &x : mic0) x *= 32768.0f;
     const VoiceAgreement a = voiceAgreementMeasure(
         mic0, voiceReferenceRead(std::string(argv[2]) + "/" + r.name + ".txt"),
-        static_cast<int>(kVoiceLeadSeconds * 50));
+        voiceLeadFrames(r));
     row(r.name, a);
-    add(all, a);
-    if (r.snrDb >= 5) {
+    add(r.noiseOnly ? byNoise["noise only"] : all, a);
+    if (!r.noiseOnly && r.snrDb >= 5) {
       add(atLeast5, a);
       add(byNoise[kNoiseNames[static_cast<int>(r.noise)] + std::string(" >=5dB")], a);
     }

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cmath>
 #include <fstream>
 #include <random>
@@ -180,9 +181,11 @@ std::string voiceRecipesRead(const std::string &path, std::vector<VoiceRecipe> *
     if (line.empty() || line[0] == '#') continue;
     std::istringstream fields(line);
     VoiceRecipe r{};
-    std::string noise;
-    if (!(fields >> r.name >> noise >> r.snrDb >> r.seed >> r.direction))
+    std::string noise, snr;
+    if (!(fields >> r.name >> noise >> snr >> r.seed >> r.direction))
       return path + ":" + std::to_string(lineNo) + ": need name noise snr seed direction";
+    r.noiseOnly = snr[0] == '@';
+    r.snrDb = std::atof(snr.c_str() + (r.noiseOnly ? 1 : 0));
     const auto *known = std::find(std::begin(kNoiseNames), std::end(kNoiseNames), noise);
     if (known == std::end(kNoiseNames)) return path + ":" + std::to_string(lineNo) + ": unknown noise " + noise;
     r.noise = static_cast<VoiceNoise>(known - std::begin(kNoiseNames));
@@ -208,6 +211,10 @@ std::vector<float> voiceNoiseSource(const std::string &soundDir, VoiceNoise kind
   }
 }
 
+int voiceLeadFrames(const VoiceRecipe &r) {
+  return static_cast<int>((r.noiseOnly ? kVoiceNoiseOnlySeconds : kVoiceLeadSeconds) * 50);
+}
+
 std::string voiceRenderSources(const std::string &soundDir, const VoiceRecipe &r, const std::string &outDir,
                                const std::string &array, const std::string &line) {
   const std::vector<float> talker = voiceTalker(soundDir, r.seed);
@@ -216,17 +223,24 @@ std::string voiceRenderSources(const std::string &soundDir, const VoiceRecipe &r
   const std::string talkerPath = outDir + "/talker.wav";
   if (!wavWriteMono(talkerPath, talker).empty()) return "";
   std::ostringstream args;
-  args << "'" << talkerPath << "' " << r.direction << " '" << array << "' '" << line << "' --lead "
-       << kVoiceLeadSeconds << " --level " << kTalkerDbfs << " --seed " << r.seed;
+  const double noiseDbfs = r.noiseOnly ? r.snrDb : kTalkerDbfs - r.snrDb;
+  if (r.noiseOnly)
+    args << "none " << r.direction << " '" << array << "' '" << line << "' --seconds " << kVoiceNoiseOnlySeconds;
+  else
+    args << "'" << talkerPath << "' " << r.direction << " '" << array << "' '" << line << "' --lead "
+         << kVoiceLeadSeconds << " --level " << kTalkerDbfs;
+  args << " --seed " << r.seed;
   if (r.noise == VoiceNoise::Pink || r.noise == VoiceNoise::White) {
-    args << " --snr " << r.snrDb << " --noise " << kNoiseNames[static_cast<int>(r.noise)];
+    args << (r.noiseOnly ? " --noise-level " : " --snr ") << r.snrDb << " --noise "
+         << kNoiseNames[static_cast<int>(r.noise)];
     return args.str();
   }
-  const size_t n = talker.size() + static_cast<size_t>(kVoiceLeadSeconds * kVoiceRate);
+  const size_t n = r.noiseOnly ? static_cast<size_t>(kVoiceNoiseOnlySeconds * kVoiceRate)
+                               : talker.size() + static_cast<size_t>(kVoiceLeadSeconds * kVoiceRate);
   const std::vector<float> noise = voiceNoiseSource(soundDir, r.noise, n, r.seed);
   const std::string noisePath = outDir + "/noise.wav";
   if (noise.empty() || !wavWriteMono(noisePath, noise).empty()) return "";
-  args << " --speaker '" << noisePath << "' --speaker-level " << kTalkerDbfs - r.snrDb
+  args << " --speaker '" << noisePath << "' --speaker-level " << noiseDbfs
        << " --speaker-direction " << (r.direction > 0 ? -50 : 50);
   return args.str();
 }

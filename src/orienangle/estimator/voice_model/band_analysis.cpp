@@ -21,10 +21,11 @@ void poolBands(const kiss_fft_cpx *spectrum, float bandEnergy[kBands]) {
   for (int b = 0; b + 1 < kBands; ++b) {
     const int first = static_cast<int>(kBandEdgeHz[b] / kBinHz);
     const int width = static_cast<int>(kBandEdgeHz[b + 1] / kBinHz) - first;
+    const float step = 1.0f / static_cast<float>(width);
     for (int j = 0; j < width; ++j) {
       const kiss_fft_cpx &x = spectrum[first + j];
       const float power = x.r * x.r + x.i * x.i;
-      const float rising = static_cast<float>(j) / static_cast<float>(width);
+      const float rising = static_cast<float>(j) * step;
       bandEnergy[b] += (1.0f - rising) * power;
       bandEnergy[b + 1] += rising * power;
     }
@@ -45,9 +46,9 @@ int bandAnalysisPrepare(BandAnalysis *ba) {
 }
 
 float frameMeanSquare(const float *in) {
-  double sum = 0.0;
-  for (int i = 0; i < kFrameSize; ++i) sum += static_cast<double>(in[i]) * in[i];
-  return static_cast<float>(sum / kFrameSize);
+  float sum = 0.0f;
+  for (int i = 0; i < kFrameSize; ++i) sum += in[i] * in[i];
+  return sum / kFrameSize;
 }
 
 void bandAnalysisRun(BandAnalysis *ba, const float *in, float bandEnergy[kBands]) {
