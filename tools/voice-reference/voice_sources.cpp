@@ -18,7 +18,7 @@ constexpr double kTwoPi = 6.283185307179586;
 constexpr double kTalkerDbfs = -30.0;
 constexpr int kTalkerPrompts = 3;
 
-// Longer prompts of one recorded talker; a recording takes kTalkerPrompts of
+// Prompts of one recorded talker (2 to 3 s each); a recording takes kTalkerPrompts of
 // them in a row, starting where its seed says.
 const char *const kPrompts[] = {
     "agent-newlocation", "at-tone-time-exactly", "call-fwd-no-ans", "cannot-complete-as-dialed",
