@@ -17,21 +17,25 @@ kiss_fftr_cfg planOf(BandAnalysis *ba) {
 // Spreads each bin's power over the two bands whose centres enclose it,
 // linearly by distance (triangular bands).
 void poolBands(const kiss_fft_cpx *spectrum, float bandEnergy[kBands]) {
-  for (int b = 0; b < kBands; ++b) bandEnergy[b] = 0.0f;
+  float carried = 0.0f;  // what the bins below band b's centre gave to band b
   for (int b = 0; b + 1 < kBands; ++b) {
     const int first = static_cast<int>(kBandEdgeHz[b] / kBinHz);
     const int width = static_cast<int>(kBandEdgeHz[b + 1] / kBinHz) - first;
+    const float step = 1.0f / static_cast<float>(width);
+    float falling = carried, rising = 0.0f;
     for (int j = 0; j < width; ++j) {
       const kiss_fft_cpx &x = spectrum[first + j];
       const float power = x.r * x.r + x.i * x.i;
-      const float rising = static_cast<float>(j) / static_cast<float>(width);
-      bandEnergy[b] += (1.0f - rising) * power;
-      bandEnergy[b + 1] += rising * power;
+      const float toNext = static_cast<float>(j) * step * power;
+      falling += power - toNext;
+      rising += toNext;
     }
+    bandEnergy[b] = falling;
+    carried = rising;
   }
   // The top centre itself belongs wholly to the last band.
   const kiss_fft_cpx &top = spectrum[static_cast<int>(kBandEdgeHz[kBands - 1] / kBinHz)];
-  bandEnergy[kBands - 1] += top.r * top.r + top.i * top.i;
+  bandEnergy[kBands - 1] = carried + top.r * top.r + top.i * top.i;
 }
 }  // namespace
 
@@ -45,9 +49,9 @@ int bandAnalysisPrepare(BandAnalysis *ba) {
 }
 
 float frameMeanSquare(const float *in) {
-  double sum = 0.0;
-  for (int i = 0; i < kFrameSize; ++i) sum += static_cast<double>(in[i]) * in[i];
-  return static_cast<float>(sum / kFrameSize);
+  float sum = 0.0f;
+  for (int i = 0; i < kFrameSize; ++i) sum += in[i] * in[i];
+  return sum / kFrameSize;
 }
 
 void bandAnalysisRun(BandAnalysis *ba, const float *in, float bandEnergy[kBands]) {

@@ -4,8 +4,9 @@
 
 using namespace voice;
 
-void bandGainUpdate(BandGain *bg, const float bandEnergy[kBands], const float noiseFloor[kBands],
+void bandGainUpdate(BandGain *bg, const float bandEnergy[kBands], const float noiseFloor[kBands], bool voiced,
                     float out[kBands]) {
+  const float ceiling = voiced ? 1.0f : kUnvoicedGainCeiling;
   for (int b = 0; b < kBands; ++b) {
     const float posteriori = bandEnergy[b] / noiseFloor[b];
     const float fresh = std::max(posteriori - 1.0f, 0.0f);
@@ -14,9 +15,7 @@ void bandGainUpdate(BandGain *bg, const float bandEnergy[kBands], const float no
         kMinPrioriSnr);
     const float wiener = priori / (1.0f + priori);
     bg->cleanSnr[b] = wiener * wiener * posteriori;
-    bg->prioriSnr[b] = priori;
-    bg->posterioriSnr[b] = posteriori;
-    const float gain = std::max(wiener, kGainReleaseFloor * bg->lastGain[b]);
+    const float gain = std::max(std::min(wiener, ceiling), kGainReleaseFloor * bg->lastGain[b]);
     bg->lastGain[b] = gain;
     out[b] = gain;
   }

@@ -7,10 +7,10 @@
 struct BandGain {
   float lastGain[voice::kBands];    // the gains published for the previous frame
   float cleanSnr[voice::kBands];    // previous frame's clean-speech power over the noise floor
-  float prioriSnr[voice::kBands];   // this frame's a-priori SNR (read by the voice activity test)
-  float posterioriSnr[voice::kBands];  // this frame's band energy over the noise floor
 };
 
-// Computes this frame's gains into `out` and keeps them as the last gains.
+// Computes this frame's gains into `out` and keeps them as the last gains;
+// unless the frame holds voice they stay at or below kUnvoicedGainCeiling
+// (or the release floor, if that is higher).
 void bandGainUpdate(BandGain *bg, const float bandEnergy[voice::kBands],
-                    const float noiseFloor[voice::kBands], float out[voice::kBands]);
+                    const float noiseFloor[voice::kBands], bool voiced, float out[voice::kBands]);

@@ -2,35 +2,54 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
+
+#include "orienangle/estimator/voice_model/voice_network_weights.h"
 
 using namespace voice;
 
 namespace {
-// Log-likelihood ratio of speech over noise for one band under Gaussian
-// models: posteriori * priori / (1 + priori) - log(1 + priori).
-float bandLogRatio(float priori, float posteriori) {
-  return posteriori * priori / (1.0f + priori) - std::log1p(priori);
+// log10 of a positive finite float to within 1e-5: exponent from the bits, a
+// fitted polynomial for the mantissa's log2 (std::log10 costs several times more
+// on the board, and this runs 44 times a call).
+float log10Approx(float x) {
+  uint32_t bits;
+  memcpy(&bits, &x, sizeof bits);
+  const int exponent = static_cast<int>((bits >> 23) & 0xff) - 127;
+  bits = (bits & 0x007fffffu) | 0x3f800000u;
+  float mantissa;
+  memcpy(&mantissa, &bits, sizeof mantissa);
+  const float t = mantissa - 1.0f;
+  const float log2Mantissa =
+      t * (1.4418258f + t * (-0.7086821f + t * (0.41542195f + t * (-0.19442267f + t * 0.04588553f))));
+  return (static_cast<float>(exponent) + log2Mantissa) * 0.30103f;
 }
 }  // namespace
 
-float voiceActivityUpdate(VoiceActivity *va, const float prioriSnr[kBands],
-                          const float posterioriSnr[kBands]) {
-  float sum = 0.0f;
-  for (int b = kVoiceFirstBand; b <= kVoiceLastBand; ++b)
-    sum += bandLogRatio(prioriSnr[b], posterioriSnr[b]);
-  va->meanLogRatio = sum / static_cast<float>(kVoiceLastBand - kVoiceFirstBand + 1);
-  // Clamp the exponent: the ratio can be huge on loud onsets.
-  const float z = std::clamp(kLikelihoodSlope * (va->meanLogRatio - kLikelihoodThreshold), -30.0f, 30.0f);
-  float probability = 1.0f / (1.0f + std::exp(-z));
-
-  if (probability > 0.5f) {
-    if (++va->voicedRun >= kOnsetFrames) va->hangover = kHangoverFrames;
-  } else {
-    va->voicedRun = 0;
-    if (va->hangover > 0) {
-      --va->hangover;
-      probability = std::max(probability, kHangoverProbability);
-    }
+float voiceActivityUpdate(VoiceActivity *va, const float bandEnergy[kBands], const float noiseFloor[kBands]) {
+  float input[kActivityInputs];
+  for (int b = 0; b < kBands; ++b) {
+    const float snr = std::clamp(log10Approx(1.0f + bandEnergy[b] / noiseFloor[b]), 0.0f, kMaxLogSnr);
+    va->shortSnr[b] = kShortSnrSmoothing * va->shortSnr[b] + (1.0f - kShortSnrSmoothing) * snr;
+    va->longSnr[b] = kLongSnrSmoothing * va->longSnr[b] + (1.0f - kLongSnrSmoothing) * snr;
+    input[b] = snr;
+    input[kBands + b] = va->shortSnr[b];
+    input[2 * kBands + b] = va->longSnr[b];
+    input[3 * kBands + b] = kLogEnergyScale * log10Approx(bandEnergy[b] + 1.0f);
   }
-  return probability;
+  input[4 * kBands] = 1.0f;
+
+  // Input by input, all units at once: the units stay in registers.
+  float unit[kHiddenUnits];
+  std::copy(kHiddenBias, kHiddenBias + kHiddenUnits, unit);
+  for (int i = 0; i < kActivityInputs; ++i) {
+    const float x = input[i];
+#pragma GCC unroll 16
+    for (int h = 0; h < kHiddenUnits; ++h) unit[h] += x * kHiddenWeights[i][h];
+  }
+  float z = kOutputBias;
+  for (int h = 0; h < kHiddenUnits; ++h) z += kOutputWeights[h] * std::tanh(unit[h]);
+  // Clamp the exponent: loud onsets can drive it far out.
+  return 1.0f / (1.0f + std::exp(-std::clamp(z, -30.0f, 30.0f)));
 }

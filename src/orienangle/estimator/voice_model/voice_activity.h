@@ -1,17 +1,15 @@
-// Voice activity of the voice model: a likelihood-ratio test between "noise
-// only" and "speech plus noise" per band, averaged over the speech bands,
-// mapped to a probability and held over short pauses by a hangover.
+// Voice activity of the voice model: a one-hidden-layer network on the bands'
+// log SNR (now and smoothed over two spans) and log energy gives the
+// probability that the frame holds voice.
 #pragma once
-#include <cstdint>
 
 #include "orienangle/estimator/voice_model/voice_model_config.h"
 
 struct VoiceActivity {
-  int32_t voicedRun;     // consecutive frames with probability above 0.5
-  int32_t hangover;      // frames the probability is still held up
-  float meanLogRatio;    // this frame's test statistic (for inspection)
+  float shortSnr[voice::kBands];  // log10 band SNR smoothed over about 30 ms
+  float longSnr[voice::kBands];   // ... and over about 200 ms
 };
 
 // Returns the voice probability of this frame, 0..1.
-float voiceActivityUpdate(VoiceActivity *va, const float prioriSnr[voice::kBands],
-                          const float posterioriSnr[voice::kBands]);
+float voiceActivityUpdate(VoiceActivity *va, const float bandEnergy[voice::kBands],
+                          const float noiseFloor[voice::kBands]);

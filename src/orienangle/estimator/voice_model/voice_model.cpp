@@ -7,6 +7,7 @@
 
 using namespace voice;
 
+
 int rnnoise_get_size(void) { return static_cast<int>(sizeof(DenoiseState)); }
 
 int rnnoise_init(DenoiseState *st, RNNModel *) {
@@ -33,6 +34,7 @@ float rnnoise_process_frame(DenoiseState *st, float *out, const float *in) {
   float bandEnergy[kBands];
   bandAnalysisRun(&st->analysis, in, bandEnergy);
   bandNoiseUpdate(&st->noise, bandEnergy);
-  bandGainUpdate(&st->gain, bandEnergy, st->noise.floor, out);
-  return voiceActivityUpdate(&st->activity, st->gain.prioriSnr, st->gain.posterioriSnr);
+  const float probability = voiceActivityUpdate(&st->activity, bandEnergy, st->noise.floor);
+  bandGainUpdate(&st->gain, bandEnergy, st->noise.floor, probability > 0.5f, out);
+  return probability;
 }

@@ -42,17 +42,21 @@ constexpr float kPresenceRatio = 4.0f;        // smoothed energy 6 dB above the 
 constexpr float kPresenceSmoothing = 0.8f;    // weight of the old speech-presence value
 constexpr float kNoiseSmoothing = 0.95f;      // floor averaging weight when speech is absent
 
-// Voice activity: mean log-likelihood ratio over the speech bands
-// (200 Hz .. 8 kHz), mapped to a probability by a logistic curve.
-constexpr int kVoiceFirstBand = 1;
-constexpr int kVoiceLastBand = 17;
-constexpr float kLikelihoodThreshold = 1.0f;  // mean log ratio at probability 0.5
-constexpr float kLikelihoodSlope = 3.0f;      // steepness of the logistic curve
-// Hangover: after this many consecutive voiced frames, the probability is held
-// at kHangoverProbability for kHangoverFrames frames once the voice stops.
-constexpr int kOnsetFrames = 2;
-constexpr int kHangoverFrames = 10;
-constexpr float kHangoverProbability = 0.7f;
+// Voice activity: a small network (one hidden layer of kHiddenUnits tanh
+// units) on each band's log SNR over the noise floor, now and smoothed over
+// about 30 ms and 200 ms, and on each band's log energy. Its weights were fitted
+// to the voice decisions of the original model on recorded speech in noise
+// (tools/voice-reference).
+constexpr float kShortSnrSmoothing = 0.7f;   // weight of the old value, per 10 ms frame
+constexpr float kLongSnrSmoothing = 0.95f;
+constexpr float kMaxLogSnr = 4.0f;           // log10 SNR is clamped to 0..4 (0..40 dB)
+constexpr float kLogEnergyScale = 0.25f;     // log10 band energy is scaled by this
+constexpr int kActivityInputs = 4 * kBands + 1;  // the four feature sets and a constant 1
+constexpr int kHiddenUnits = 16;
+
+// While the frame does not hold voice, no band gain rises above this: a band
+// opens only with voice (and then closes at the release floor's pace).
+constexpr float kUnvoicedGainCeiling = 0.5f;
 
 // Room for the real-FFT plan, built inside the state (9888 bytes for 960 points).
 constexpr int kFftMemoryBytes = 12288;
