@@ -316,7 +316,7 @@ TEST_F(AnglePipeline, NoiseIsNotVoicedButTheTalkerIs) {
   for (int f = 0; f < 20; ++f) {
     const uint32_t s = est_->frameCursor;
     process(noise.data());
-    voiced += est_->vadFlag[s];
+    voiced += est_->decision.vadFlag[s];
   }
   EXPECT_EQ(voiced, 0);
   std::vector<float> speech = makeVoicedSpeech(1.0, 48000, 3);
@@ -327,7 +327,7 @@ TEST_F(AnglePipeline, NoiseIsNotVoicedButTheTalkerIs) {
     const uint32_t s = est_->frameCursor;
     testsig::frameOf(planes, speech.size(), f, frame.data());
     process(frame.data());
-    voiced += est_->vadFlag[s];
+    voiced += est_->decision.vadFlag[s];
   }
   EXPECT_GT(voiced, 10);
 }
