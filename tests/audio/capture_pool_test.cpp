@@ -1,22 +1,18 @@
 // Both capture workers at once, fed known recordings through paced FIFOs:
-// each endpoint's pool receives exactly the recorded bytes, in order.
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <unistd.h>
+// each endpoint's pool receives the recorded bytes, whole and in order.
+#include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <thread>
 #include <vector>
 
 #include "common/shared_word.h"
 #include "endpoint_fixture.h"
-#include "feed.h"
+#include "support/output_capture.h"
 
 namespace {
 
 constexpr unsigned kPeriods = 12;  // a quarter of a second per endpoint
-using std::chrono::milliseconds;
 
 std::vector<uint8_t> recording(unsigned channels, uint8_t seed) {
   std::vector<uint8_t> bytes(size_t(kPeriods) * FEED_PERIOD_FRAMES * channels * 2);
@@ -24,31 +20,9 @@ std::vector<uint8_t> recording(unsigned channels, uint8_t seed) {
   return bytes;
 }
 
-// Feeds the recording (4x real time, still paced), then holds the FIFO open,
-// so the capture waits for more, until destroyed.
-struct Feeder {
-  Feeder(std::string fifo, const std::vector<uint8_t> &bytes, unsigned channels)
-      : thread([this, fifo, &bytes, channels] {
-          int fd = open(fifo.c_str(), O_WRONLY);
-          if (fd < 0) return;
-          fcntl(fd, F_SETPIPE_SZ, int(FEED_PIPE_BYTES));
-          FeedOptions options;
-          options.speed = 4;
-          feedPeriods(fd, bytes, channels, options);
-          while (!release) std::this_thread::sleep_for(milliseconds(5));
-          close(fd);
-        }) {}
-  ~Feeder() {
-    release = true;
-    thread.join();
-  }
-  std::atomic<bool> release{false};
-  std::thread thread;
-};
-
 bool waitForBytes(const BuffPool &pool, uint64_t bytes) {
   for (int i = 0; i < 1000 && sharedLoad(pool.writeBuffPoolNum) < bytes; i++)
-    std::this_thread::sleep_for(milliseconds(10));
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
   return sharedLoad(pool.writeBuffPoolNum) >= bytes;
 }
 
@@ -62,30 +36,23 @@ std::vector<uint8_t> drain(BuffPool &pool, size_t bytes) {
 
 using CaptureWorkers = AudioTest;
 
+// The feeders go on with silence after the recordings (4x real time, paced).
 TEST_F(CaptureWorkers, PoolsReceiveExactlyTheFedRecordingsInOrderForBothEndpoints) {
   const std::vector<uint8_t> mic = recording(8, 1), line = recording(2, 2);
-  Feeder micFeeder(alsa.makeCaptureFifo(3), mic, 8);
-  Feeder lineFeeder(alsa.makeCaptureFifo(2), line, 2);
-
+  FeedOptions fast;
+  fast.speed = 4;
+  alsa.feed(3, 8, mic, fast);
+  alsa.feed(2, 2, line, fast);
   const int mask = AUDIOPROCESS_DIGITMIC | AUDIOPROCESS_LINEIN;
-  testing::internal::CaptureStdout();
-  ASSERT_EQ(velquare_audioprocess_init(mask), 0);
-  velquare_audioprocess_proc_start(mask);
   AudioEndpoint &micEp = gEndpoints[EP_DIGITMIC], &lineEp = gEndpoints[EP_LINEIN];
-  bool done = waitForBytes(micEp.pool, mic.size()) && waitForBytes(lineEp.pool, line.size());
-  std::this_thread::sleep_for(milliseconds(50));  // nothing more may arrive
-  uint64_t micWritten = sharedLoad(micEp.pool.writeBuffPoolNum);
-  uint64_t lineWritten = sharedLoad(lineEp.pool.writeBuffPoolNum);
-  EXPECT_TRUE(drain(micEp.pool, mic.size()) == mic);
-  EXPECT_TRUE(drain(lineEp.pool, line.size()) == line);
-
-  // Shut down: end the read loops, let the blocked reads return, tear down.
-  sharedStore(micEp.stop, 1);
-  sharedStore(lineEp.stop, 1);
-  micFeeder.release = lineFeeder.release = true;
-  velquare_audioprocess_uninit(mask);
-  std::string out = testing::internal::GetCapturedStdout();
-  ASSERT_TRUE(done) << out;
-  EXPECT_EQ(micWritten, mic.size());
-  EXPECT_EQ(lineWritten, line.size());
+  stdoutOf([&] {
+    ASSERT_EQ(velquare_audioprocess_init(mask), 0);
+    velquare_audioprocess_proc_start(mask);
+    EXPECT_TRUE(waitForBytes(micEp.pool, mic.size()) && waitForBytes(lineEp.pool, line.size()));
+    EXPECT_TRUE(drain(micEp.pool, mic.size()) == mic);
+    EXPECT_TRUE(drain(lineEp.pool, line.size()) == line);
+    sharedStore(micEp.stop, 1);
+    sharedStore(lineEp.stop, 1);
+    velquare_audioprocess_uninit(mask);
+  });
 }

@@ -4,17 +4,12 @@
 #include <gmock/gmock.h>
 
 #include <deque>
-#include <vector>
 
 #include "aplay/pcm_config.h"
 #include "audio/capture_worker.h"
 #include "endpoint_fixture.h"
+#include "support/output_capture.h"
 #include "support/scripted_pcm.h"
-
-using ::testing::internal::CaptureStderr;
-using ::testing::internal::CaptureStdout;
-using ::testing::internal::GetCapturedStderr;
-using ::testing::internal::GetCapturedStdout;
 
 namespace {
 
@@ -23,18 +18,13 @@ constexpr int kChannels = 8;  // digital microphones
 // What the "driver" answers, call by call: an error code, or a number of
 // frames delivered (clipped to the request). After the script: whole requests.
 std::deque<snd_pcm_sframes_t> gScript;
-std::vector<snd_pcm_uframes_t> gRequests;
 uint32_t gNextFrame = 0;
 
 snd_pcm_sframes_t scriptedReadi(snd_pcm_t *, void *buffer, snd_pcm_uframes_t frames) {
-  gRequests.push_back(frames);
   // Each request asks for just what the chunk (2048 frames) still misses.
   if ((gNextFrame + frames) % 2048 != 0) ADD_FAILURE() << "asked for " << frames << " frames at " << gNextFrame;
-  snd_pcm_sframes_t r = snd_pcm_sframes_t(frames);
-  if (!gScript.empty()) {
-    r = std::min(gScript.front(), r);
-    gScript.pop_front();
-  }
+  snd_pcm_sframes_t r = gScript.empty() ? snd_pcm_sframes_t(frames) : std::min(gScript.front(), snd_pcm_sframes_t(frames));
+  if (!gScript.empty()) gScript.pop_front();
   // Each frame carries its stream position in every channel.
   auto *out = static_cast<uint16_t *>(buffer);
   for (snd_pcm_sframes_t f = 0; f < r; f++, gNextFrame++)
@@ -55,31 +45,26 @@ bool chunkIsInStreamOrder(const AudioEndpoint *ep) {
 class CaptureRead : public AudioTest {
  protected:
   void SetUp() override {
-    CaptureStdout();
-    ASSERT_EQ(velquare_audioprocess_init(AUDIOPROCESS_DIGITMIC), 0);
-    ep = &gEndpoints[EP_DIGITMIC];
-    set_params(ep);
-    captureFitChunkBuffer(ep);
-    GetCapturedStdout();
+    stdoutOf([this] {
+      ASSERT_EQ(velquare_audioprocess_init(AUDIOPROCESS_DIGITMIC), 0);
+      set_params(ep);
+      captureFitChunkBuffer(ep);
+    });
     readiFunc = scriptedReadi;
   }
   // Runs the capture on a scripted PCM instead, in the given state.
   void useScripted(snd_pcm_state_t state) {
     snd_pcm_close(ep->pcm);
     ep->pcm = scripted_.pcm();
-    CaptureStdout();
-    set_params(ep);
-    GetCapturedStdout();
-    if (state == SND_PCM_STATE_XRUN) {
-      ASSERT_EQ(snd_pcm_start(ep->pcm), 0);
-    }
+    stdoutOf([this] { set_params(ep); });
+    ASSERT_TRUE(state != SND_PCM_STATE_XRUN || snd_pcm_start(ep->pcm) == 0);
     scripted_.setState(state);
   }
   void TearDown() override {
-    if (ep && ep->pcm == scripted_.pcm()) ep->pcm = nullptr;  // closed by its owner
+    if (ep->pcm == scripted_.pcm()) ep->pcm = nullptr;  // closed by its owner
     AudioTest::TearDown();
   }
-  AudioEndpoint *ep = nullptr;
+  AudioEndpoint *ep = &gEndpoints[EP_DIGITMIC];
   ScriptedPcm scripted_{"hw:0,3", SND_PCM_STREAM_CAPTURE};
 };
 
@@ -89,7 +74,6 @@ struct ReadCase {
   snd_pcm_state_t state;  // of a scripted PCM; OPEN: the sandbox's device
   const char *stderrRegex;
 };
-void PrintTo(const ReadCase &c, std::ostream *os) { *os << c.name; }
 
 class CaptureReadCases : public CaptureRead, public testing::WithParamInterface<ReadCase> {};
 
@@ -97,11 +81,9 @@ TEST_P(CaptureReadCases, ChunkIsCompletedInStreamOrderWithTheReport) {
   const bool scripted = GetParam().state != SND_PCM_STATE_OPEN;
   if (scripted) useScripted(GetParam().state);
   gScript = GetParam().script;
-  CaptureStderr();
-  EXPECT_EQ(pcm_read(ep), 2048u);
-  EXPECT_THAT(GetCapturedStderr(), testing::MatchesRegex(GetParam().stderrRegex));
+  EXPECT_THAT(stderrOf([this] { EXPECT_EQ(pcm_read(ep), 2048u); }), testing::MatchesRegex(GetParam().stderrRegex));
   EXPECT_TRUE(chunkIsInStreamOrder(ep));
-  EXPECT_TRUE(!scripted || scripted_.state() == SND_PCM_STATE_PREPARED) << "not prepared again";
+  EXPECT_TRUE(!scripted || snd_pcm_state(scripted_.pcm()) == SND_PCM_STATE_PREPARED) << "not prepared again";
 }
 
 INSTANTIATE_TEST_SUITE_P(

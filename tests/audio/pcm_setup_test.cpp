@@ -7,23 +7,7 @@
 #include "support/output_capture.h"
 #include "support/scripted_pcm.h"
 
-
 namespace {
-
-// An endpoint record as init leaves it, on a scripted PCM.
-AudioEndpoint *scriptedEndpoint(ScriptedPcm &pcm) {
-  AudioEndpoint *ep = velquare_audioprocess_endpoint(AUDIOPROCESS_DIGITMIC);
-  ep->type = AUDIOPROCESS_DIGITMIC;
-  ep->pcm = pcm.pcm();
-  ep->channels = 8;
-  ep->stream = SND_PCM_STREAM_CAPTURE;
-  ep->interleaved = 1;
-  ep->format = SND_PCM_FORMAT_S16_LE;
-  ep->rate = AUDIOPROCESS_RATE;
-  ep->chunk_size = 256;
-  startDelay = 1;
-  return ep;
-}
 
 struct Negotiated {
   uint32_t type;
@@ -63,21 +47,17 @@ INSTANTIATE_TEST_SUITE_P(Board, PcmSetup,
                                          Negotiated{AUDIOPROCESS_LINEIN, EP_LINEIN, 1024, 4096, 32}),
                          [](const auto &info) { return std::string(info.param.period == 2048 ? "DigitMic" : "LineIn"); });
 
-class PcmSetupScripted : public AudioTest {
- protected:
-  void TearDown() override {
-    gEndpoints[EP_DIGITMIC].pcm = nullptr;  // closed by its owner
-    AudioTest::TearDown();
-  }
-};
-
-using PcmSetupDeathTest = PcmSetupScripted;
+using PcmSetupDeathTest = AudioTest;
 
 TEST_F(PcmSetupDeathTest, PeriodEqualToBufferEndsTheProcess) {
   ScriptedLimits limits;
   limits.periodsMin = limits.periodsMax = 1;
   ScriptedPcm pcm("hw:0,3", SND_PCM_STREAM_CAPTURE, limits);
-  AudioEndpoint *ep = scriptedEndpoint(pcm);
+  AudioEndpoint *ep = &gEndpoints[EP_DIGITMIC];
+  stdoutOf([&] { ASSERT_EQ(velquare_audioprocess_init(AUDIOPROCESS_DIGITMIC), 0); });
+  snd_pcm_close(ep->pcm);
+  ep->pcm = pcm.pcm();
   EXPECT_EXIT(set_params(ep), ::testing::ExitedWithCode(1),
               ": set_params:[0-9]+: Can't use period equal to buffer size \\(2048 == 2048\\)\n");
+  ep->pcm = nullptr;  // closed by its owner
 }

@@ -6,34 +6,23 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <fstream>
-
-namespace {
-
 // pcm.hw takes the place of the kernel's hw plugin for every card and device.
 // alsa.conf is not loaded, so the null PCM the file plugin sits on is defined here.
-std::string configText(const std::string &dir) {
-  return "pcm.null { type null }\n"
-         "pcm.hw {\n"
-         "  @args [ CARD DEV SUBDEV ]\n"
-         "  @args.CARD { type string default \"0\" }\n"
-         "  @args.DEV { type integer default 0 }\n"
-         "  @args.SUBDEV { type integer default -1 }\n"
-         "  type file\n"
-         "  slave.pcm \"null\"\n"
-         "  file \"/dev/null\"\n"
-         "  infile { @func concat strings [ \"" + dir + "/capture\" $DEV ] }\n"
-         "  format \"raw\"\n"
-         "}\n";
-}
-
-}  // namespace
-
 AlsaSandbox::AlsaSandbox(const Sandbox &sandbox) : dir_(sandbox.file("alsa")), config_(dir_ + "/asound.conf") {
   mkdir(dir_.c_str(), 0755);
-  std::ofstream(config_) << configText(dir_);
-  if (const char *old = getenv("ALSA_CONFIG_PATH")) previous_ = old, hadPrevious_ = true;
+  sandbox.write("alsa/asound.conf", R"(pcm.null { type null }
+pcm.hw {
+  @args [ CARD DEV SUBDEV ]
+  @args.CARD { type string default "0" }
+  @args.DEV { type integer default 0 }
+  @args.SUBDEV { type integer default -1 }
+  type file
+  slave.pcm "null"
+  file "/dev/null"
+  infile { @func concat strings [ ")" + dir_ + R"(/capture" $DEV ] }
+  format "raw"
+})");
+  if (const char *old = getenv("ALSA_CONFIG_PATH")) previous_ = old;
   setenv("ALSA_CONFIG_PATH", config_.c_str(), 1);
   for (int device : {1, 2, 3}) setCaptureData(device, "");
 }
@@ -43,30 +32,26 @@ AlsaSandbox::~AlsaSandbox() {
   // A feeder waiting for its reader, or blocked on a full FIFO, is released
   // by a reader of our own.
   std::vector<int> releasers;
-  for (const std::string &fifo : fifos_) releasers.push_back(open(fifo.c_str(), O_RDONLY | O_NONBLOCK));
   char sink[4096];
+  for (const std::string &fifo : fifos_) releasers.push_back(open(fifo.c_str(), O_RDONLY | O_NONBLOCK));
   for (int fd : releasers)
     while (fd >= 0 && read(fd, sink, sizeof sink) > 0) {
     }
   for (std::thread &feeder : feeders_) feeder.join();
-  for (int fd : releasers)
-    if (fd >= 0) close(fd);
-  if (hadPrevious_)
-    setenv("ALSA_CONFIG_PATH", previous_.c_str(), 1);
-  else
-    unsetenv("ALSA_CONFIG_PATH");
+  for (int fd : releasers) close(fd);
+  if (previous_) setenv("ALSA_CONFIG_PATH", previous_->c_str(), 1);
+  else unsetenv("ALSA_CONFIG_PATH");
 }
 
 void AlsaSandbox::setCaptureData(int device, const std::string &bytes) const {
   removeDevice(device);
-  std::ofstream(capturePath(device), std::ios::binary) << bytes;
+  writeFile(capturePath(device), bytes);
 }
 
 std::string AlsaSandbox::makeCaptureFifo(int device) const {
   removeDevice(device);
-  std::string path = capturePath(device);
-  if (mkfifo(path.c_str(), 0600) != 0) ADD_FAILURE() << "cannot create the FIFO " << path;
-  return path;
+  if (mkfifo(capturePath(device).c_str(), 0600) != 0) ADD_FAILURE() << "cannot create " << capturePath(device);
+  return capturePath(device);
 }
 
 void AlsaSandbox::removeDevice(int device) const { unlink(capturePath(device).c_str()); }

@@ -15,6 +15,7 @@
 // The hardware parameters granted are those asked for.
 #pragma once
 #include <atomic>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -47,8 +48,8 @@ class AlsaSandbox {
 
  private:
   std::string capturePath(int device) const { return dir_ + "/capture" + std::to_string(device); }
-  std::string dir_, config_, previous_;
-  bool hadPrevious_ = false;
+  std::string dir_, config_;
+  std::optional<std::string> previous_;
   std::atomic<bool> stopFeeding_{false};
   std::vector<std::string> fifos_;
   std::vector<std::thread> feeders_;

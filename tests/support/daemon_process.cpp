@@ -7,32 +7,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <csignal>
 #include <cstring>
-#include <fstream>
-#include <sstream>
-#include <thread>
 
-extern char **environ;
-
-namespace {
-std::string readFile(const std::string &path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
-// Polls `done` every 20 ms until it holds (true) or the time is up (false).
-template <typename Done>
-bool pollUntil(std::chrono::milliseconds timeout, Done done) {
-  const auto deadline = std::chrono::steady_clock::now() + timeout;
-  for (; !done(); std::this_thread::sleep_for(std::chrono::milliseconds(20)))
-    if (std::chrono::steady_clock::now() >= deadline) return false;
-  return true;
-}
-}  // namespace
+#include "support/eventually.h"
+#include "support/sandbox.h"
 
 int countOccurrences(const std::string &haystack, const std::string &text) {
   int count = 0;
@@ -43,35 +22,24 @@ int countOccurrences(const std::string &haystack, const std::string &text) {
 
 DaemonProcess::DaemonProcess(DaemonOptions options)
     : outPath_(options.workDir + "/daemon.stdout"), errPath_(options.workDir + "/daemon.stderr") {
-  // Everything the child needs is prepared before fork: after it, the child
-  // only makes system calls.
-  std::vector<std::string> env;
-  for (char **e = environ; *e != nullptr; ++e) env.push_back(*e);
-  for (const std::string &entry : options.env) {
-    const std::string name = entry.substr(0, entry.find('=') + 1);  // "NAME="
-    env.erase(std::remove_if(env.begin(), env.end(), [&](const std::string &e) { return e.rfind(name, 0) == 0; }),
-              env.end());
-    env.push_back(entry);
-  }
-  std::vector<char *> envp;
-  for (std::string &e : env) envp.push_back(e.data());
-  envp.push_back(nullptr);
+  // env(1) adds the entries to the inherited environment, so after fork the
+  // child only makes system calls.
+  std::vector<std::string> args{"/usr/bin/env"};
+  args.insert(args.end(), options.env.begin(), options.env.end());
   if (options.argv.empty()) options.argv = {QV_DAEMON_PATH};
+  args.insert(args.end(), options.argv.begin(), options.argv.end());
   std::vector<char *> argv;
-  for (std::string &a : options.argv) argv.push_back(a.data());
+  for (std::string &a : args) argv.push_back(a.data());
   argv.push_back(nullptr);
   const pid_t parent = getpid();
-
   fflush(nullptr);
   pid_ = fork();
   if (pid_ != 0) return;
 
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  if (getppid() != parent) _exit(127);
-  int in = open("/dev/null", O_RDONLY);
-  int out = open(outPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  int in = open("/dev/null", O_RDONLY), out = open(outPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
   int err = open(errPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  if (in < 0 || out < 0 || err < 0 || chdir(options.workDir.c_str()) != 0) _exit(127);
+  if (getppid() != parent || in < 0 || out < 0 || err < 0 || chdir(options.workDir.c_str()) != 0) _exit(127);
   dup2(in, STDIN_FILENO);
   dup2(out, STDOUT_FILENO);
   dup2(err, STDERR_FILENO);
@@ -80,7 +48,7 @@ DaemonProcess::DaemonProcess(DaemonOptions options)
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
   for (int sig : {SIGINT, SIGTERM, SIGPIPE, SIGUSR1, SIGABRT}) ::signal(sig, SIG_DFL);
-  execve(argv[0], argv.data(), envp.data());
+  execv(argv[0], argv.data());
   _exit(127);
 }
 
@@ -101,11 +69,11 @@ bool DaemonProcess::waitForError(const std::string &text, Timeout timeout, int c
 
 bool DaemonProcess::waitForText(const std::string &file, const std::string &text, Timeout timeout, int count) {
   bool found = false;
-  pollUntil(timeout, [&] {
+  eventually([&] {
     const bool gone = !running();  // checked before reading, so a last line before the end is seen
     found = countOccurrences(readFile(file), text) >= count;
     return found || gone;
-  });
+  }, int(timeout.count()));
   return found;
 }
 
@@ -113,27 +81,22 @@ bool DaemonProcess::signal(int sig) { return pid_ > 0 && !ended_ && kill(pid_, s
 
 bool DaemonProcess::reap(bool block) {
   if (pid_ <= 0 || ended_) return ended_;
-  int status = 0;
   pid_t r;
-  while ((r = waitpid(pid_, &status, block ? 0 : WNOHANG)) == -1 && errno == EINTR) {
+  while ((r = waitpid(pid_, &status_, block ? 0 : WNOHANG)) == -1 && errno == EINTR) {
   }
-  if (r == pid_) ended_ = true, status_ = status;
-  return ended_;
+  return ended_ = r == pid_;
 }
 
 bool DaemonProcess::running() { return pid_ > 0 && !reap(false); }
 
-bool DaemonProcess::waitForExit(Timeout timeout) {
-  return pollUntil(timeout, [this] { return !running(); }) && ended_;
-}
+bool DaemonProcess::waitForExit(Timeout timeout) { return eventually([this] { return !running(); }, int(timeout.count())) && ended_; }
 
 int DaemonProcess::exitCode() const { return ended_ && WIFEXITED(status_) ? WEXITSTATUS(status_) : -1; }
 
 int DaemonProcess::termSignal() const { return ended_ && WIFSIGNALED(status_) ? WTERMSIG(status_) : 0; }
 
 std::string DaemonProcess::describeEnd() const {
-  if (pid_ <= 0) return "not started";
-  if (!ended_) return "running";
+  if (pid_ <= 0 || !ended_) return pid_ <= 0 ? "not started" : "running";
   if (WIFEXITED(status_)) return "exit " + std::to_string(WEXITSTATUS(status_));
   return "signal " + std::to_string(WTERMSIG(status_)) + " (" + strsignal(WTERMSIG(status_)) + ")";
 }

@@ -13,6 +13,7 @@
 #include <chrono>
 
 #include "edge_config.h"
+#include "support/eventually.h"
 
 PacedLine::PacedLine(int bytesPerSecond) : rate_(bytesPerSecond) {
   termios raw{};
@@ -32,8 +33,7 @@ PacedLine::PacedLine(int bytesPerSecond) : rate_(bytesPerSecond) {
 PacedLine::~PacedLine() {
   stop_ = true;
   if (relay_.joinable()) relay_.join();
-  for (int fd : {deviceMaster_, deviceSlave_, hostMaster_, hostSlave_})
-    if (fd >= 0) close(fd);
+  for (int fd : {deviceMaster_, deviceSlave_, hostMaster_, hostSlave_}) close(fd);
 }
 
 // Each direction queues what it reads and earns rate_ bytes of sending per
@@ -57,11 +57,9 @@ void PacedLine::relay() {
       if (n > 0) d.queue.append(buf, static_cast<size_t>(n));
       d.credit = d.queue.empty() ? 0 : d.credit + seconds * rate_;
       const size_t due = std::min(d.queue.size(), static_cast<size_t>(d.credit));
-      const ssize_t w = due > 0 ? write(d.to, d.queue.data(), due) : 0;
-      if (w > 0) {
-        d.queue.erase(0, static_cast<size_t>(w));
-        d.credit -= static_cast<double>(w);
-      }
+      const ssize_t w = std::max<ssize_t>(due > 0 ? write(d.to, d.queue.data(), due) : 0, 0);
+      d.queue.erase(0, static_cast<size_t>(w));
+      d.credit -= static_cast<double>(w);
     }
   }
 }
@@ -95,13 +93,10 @@ int PacedLine::runSb(const std::vector<std::string> &args, int timeoutMs) const 
     _exit(127);
   }
   int status = 0;
-  for (int waited = 0; waitpid(pid, &status, WNOHANG) == 0; waited += 10) {
-    if (waited >= timeoutMs) {
-      kill(pid, SIGKILL);
-      waitpid(pid, nullptr, 0);
-      return -1;
-    }
-    usleep(10000);
+  if (!eventually([&] { return waitpid(pid, &status, WNOHANG) != 0; }, timeoutMs)) {
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+    return -1;
   }
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }

@@ -4,6 +4,9 @@
 #pragma once
 #include <string>
 
+std::string readFile(const std::string &path);  // whole file, empty if missing
+void writeFile(const std::string &path, const std::string &content);
+
 class Sandbox {
  public:
   Sandbox();   // creates <tmp>/qv-sandbox-XXXXXX with root/, tmp/ and dev/, and enters it
@@ -13,10 +16,9 @@ class Sandbox {
 
   const std::string &path() const { return path_; }
   std::string file(const std::string &relative) const { return path_ + "/" + relative; }
-  std::string read(const std::string &relative) const;  // whole file, empty if missing
-  void write(const std::string &relative, const std::string &content) const;
+  std::string read(const std::string &relative) const { return readFile(file(relative)); }
+  void write(const std::string &relative, const std::string &content) const { writeFile(file(relative), content); }
 
  private:
-  std::string path_;
-  std::string previous_;
+  std::string path_, previous_;
 };

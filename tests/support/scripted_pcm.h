@@ -1,6 +1,6 @@
 // A capture or playback PCM made with libasound's I/O plugin interface, for
 // the states and limits the sandbox's file/null PCMs never reach: a test can
-// put it into XRUN or DRAINING and restrict its rate, channels or periods.
+// put it into XRUN or DRAINING and restrict its periods.
 // Everything above the plugin (negotiation, status, prepare, resume, state
 // names) is the real library. With announceClose it writes "pcm closed" to
 // standard error when the library closes it. (The library ignores what an I/O plugin's
@@ -15,8 +15,6 @@
 #include <string>
 
 struct ScriptedLimits {
-  unsigned rate = 48000;
-  unsigned channelsMin = 1, channelsMax = 8;
   unsigned periodsMin = 2, periodsMax = 64;
 };
 
@@ -42,22 +40,20 @@ class ScriptedPcm {
     const unsigned access[] = {SND_PCM_ACCESS_RW_INTERLEAVED}, formats[] = {SND_PCM_FORMAT_S16_LE};
     snd_pcm_ioplug_set_param_list(&io_, SND_PCM_IOPLUG_HW_ACCESS, 1, access);
     snd_pcm_ioplug_set_param_list(&io_, SND_PCM_IOPLUG_HW_FORMAT, 1, formats);
-    snd_pcm_ioplug_set_param_minmax(&io_, SND_PCM_IOPLUG_HW_CHANNELS, limits.channelsMin, limits.channelsMax);
-    snd_pcm_ioplug_set_param_minmax(&io_, SND_PCM_IOPLUG_HW_RATE, limits.rate, limits.rate);
+    snd_pcm_ioplug_set_param_minmax(&io_, SND_PCM_IOPLUG_HW_CHANNELS, 1, 8);
+    snd_pcm_ioplug_set_param_minmax(&io_, SND_PCM_IOPLUG_HW_RATE, 48000, 48000);
     snd_pcm_ioplug_set_param_minmax(&io_, SND_PCM_IOPLUG_HW_PERIOD_BYTES, 64, 1 << 20);
     snd_pcm_ioplug_set_param_minmax(&io_, SND_PCM_IOPLUG_HW_PERIODS, limits.periodsMin, limits.periodsMax);
   }
   ~ScriptedPcm() {
     if (io_.pcm) snd_pcm_ioplug_delete(&io_);
-    for (int fd : pollPipe_)
-      if (fd >= 0) close(fd);
+    for (int fd : pollPipe_) close(fd);
   }
   ScriptedPcm(const ScriptedPcm &) = delete;
   ScriptedPcm &operator=(const ScriptedPcm &) = delete;
 
   snd_pcm_t *pcm() const { return io_.pcm; }
   void setState(snd_pcm_state_t state) { snd_pcm_ioplug_set_state(&io_, state); }
-  snd_pcm_state_t state() const { return snd_pcm_state(io_.pcm); }
 
  private:
   snd_pcm_ioplug_t io_{};
