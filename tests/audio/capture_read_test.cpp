@@ -34,9 +34,8 @@ snd_pcm_sframes_t scriptedReadi(snd_pcm_t *, void *buffer, snd_pcm_uframes_t fra
 
 bool chunkIsInStreamOrder(const AudioEndpoint *ep) {
   auto *samples = reinterpret_cast<const uint16_t *>(ep->audiobuf);
-  for (uint32_t f = 0; f < ep->chunk_size; f++)
-    for (int ch = 0; ch < kChannels; ch++)
-      if (samples[f * kChannels + ch] != uint16_t(f)) return false;
+  for (uint32_t i = 0; i < ep->chunk_size * kChannels; i++)
+    if (samples[i] != uint16_t(i / kChannels)) return false;
   return true;
 }
 

@@ -1,13 +1,15 @@
 // Bringing endpoints up and down by mask: which ones, in which order, with
-// which devices, and how a missing device stops the initialisation.
+// which devices, how a missing device stops the initialisation, and the PCM
+// sizes they negotiate.
 #include <gmock/gmock.h>
 
 #include <string>
 #include <vector>
 
+#include "aplay/pcm_config.h"
 #include "endpoint_fixture.h"
-#include "support/eventually.h"
 #include "support/output_capture.h"
+#include "support/scripted_pcm.h"
 
 using Names = std::vector<std::string>;
 
@@ -70,14 +72,39 @@ TEST_F(Endpoints, MissingDeviceStopsTheInitAndLeavesEarlierEndpointsOpen) {
   }
 }
 
-TEST_F(Endpoints, LineOutWorkerConfiguresItsPcmAndDrainsItAtTeardown) {
-  AudioEndpoint &out = gEndpoints[EP_LINEOUT];
-  stdoutOf([&] {
-    ASSERT_EQ(velquare_audioprocess_init(AUDIOPROCESS_LINEOUT), 0);
-    velquare_audioprocess_proc_start(AUDIOPROCESS_LINEOUT);
-    EXPECT_TRUE(eventually([&] { return snd_pcm_state(out.pcm) == SND_PCM_STATE_PREPARED; }));
-    velquare_audioprocess_uninit(AUDIOPROCESS_LINEOUT);
-  });
-  EXPECT_EQ(out.chunk_bytes, 1024 * 8);
-  EXPECT_EQ(out.pcm, nullptr);
+TEST_F(Endpoints, CapturesGetTheBoardsPeriodAndBufferSizes) {
+  stdoutOf([] { ASSERT_EQ(velquare_audioprocess_init(AUDIOPROCESS_DIGITMIC | AUDIOPROCESS_LINEIN), 0); });
+  const struct {
+    AudioEndpointIndex index;
+    unsigned period, buffer, frameBytes;
+  } boards[] = {{EP_DIGITMIC, 2048, 8192, 16}, {EP_LINEIN, 1024, 4096, 4}};
+  for (const auto &n : boards) {
+    AudioEndpoint *ep = &gEndpoints[n.index];
+    stdoutOf([&] { EXPECT_EQ(stderrOf([&] { set_params(ep); }), ""); });
+    EXPECT_EQ(ep->chunk_size, n.period);
+    EXPECT_EQ(ep->bufferFrames, n.buffer);
+    EXPECT_EQ(ep->chunk_bytes, int(n.period * n.frameBytes));
+    snd_pcm_sw_params_t *sw;
+    snd_pcm_sw_params_alloca(&sw);
+    snd_pcm_sw_params_current(ep->pcm, sw);
+    snd_pcm_uframes_t start = 0;
+    snd_pcm_sw_params_get_start_threshold(sw, &start);
+    EXPECT_EQ(start, 1u);  // a start delay of 1 us: the first read starts the stream
+    EXPECT_EQ(snd_pcm_state(ep->pcm), SND_PCM_STATE_PREPARED);
+  }
+}
+
+using EndpointsDeathTest = AudioTest;
+
+TEST_F(EndpointsDeathTest, PeriodEqualToBufferEndsTheProcess) {
+  ScriptedLimits limits;
+  limits.periodsMin = limits.periodsMax = 1;
+  ScriptedPcm pcm("hw:0,3", SND_PCM_STREAM_CAPTURE, limits);
+  AudioEndpoint *ep = &gEndpoints[EP_DIGITMIC];
+  stdoutOf([&] { ASSERT_EQ(velquare_audioprocess_init(AUDIOPROCESS_DIGITMIC), 0); });
+  snd_pcm_close(ep->pcm);
+  ep->pcm = pcm.pcm();
+  EXPECT_EXIT(set_params(ep), ::testing::ExitedWithCode(1),
+              ": set_params:[0-9]+: Can't use period equal to buffer size \\(2048 == 2048\\)\n");
+  ep->pcm = nullptr;  // closed by its owner
 }

@@ -1,7 +1,6 @@
 #include "support/daemon_process.h"
 
 #include <fcntl.h>
-#include <sys/ipc.h>
 #include <sys/prctl.h>
 #include <sys/shm.h>
 #include <sys/wait.h>
@@ -11,7 +10,6 @@
 #include <cstring>
 
 #include "support/eventually.h"
-#include "support/sandbox.h"
 
 int countOccurrences(const std::string &haystack, const std::string &text) {
   int count = 0;
@@ -56,16 +54,6 @@ DaemonProcess::~DaemonProcess() {
   if (signal(SIGKILL)) reap(true);
 }
 
-std::string DaemonProcess::out() const { return readFile(outPath_); }
-std::string DaemonProcess::err() const { return readFile(errPath_); }
-
-bool DaemonProcess::waitForOutput(const std::string &text, Timeout timeout, int count) {
-  return waitForText(outPath_, text, timeout, count);
-}
-
-bool DaemonProcess::waitForError(const std::string &text, Timeout timeout, int count) {
-  return waitForText(errPath_, text, timeout, count);
-}
 
 bool DaemonProcess::waitForText(const std::string &file, const std::string &text, Timeout timeout, int count) {
   bool found = false;
@@ -77,8 +65,6 @@ bool DaemonProcess::waitForText(const std::string &file, const std::string &text
   return found;
 }
 
-bool DaemonProcess::signal(int sig) { return pid_ > 0 && !ended_ && kill(pid_, sig) == 0; }
-
 bool DaemonProcess::reap(bool block) {
   if (pid_ <= 0 || ended_) return ended_;
   pid_t r;
@@ -87,13 +73,7 @@ bool DaemonProcess::reap(bool block) {
   return ended_ = r == pid_;
 }
 
-bool DaemonProcess::running() { return pid_ > 0 && !reap(false); }
-
 bool DaemonProcess::waitForExit(Timeout timeout) { return eventually([this] { return !running(); }, int(timeout.count())) && ended_; }
-
-int DaemonProcess::exitCode() const { return ended_ && WIFEXITED(status_) ? WEXITSTATUS(status_) : -1; }
-
-int DaemonProcess::termSignal() const { return ended_ && WIFSIGNALED(status_) ? WTERMSIG(status_) : 0; }
 
 std::string DaemonProcess::describeEnd() const {
   if (pid_ <= 0 || !ended_) return pid_ <= 0 ? "not started" : "running";
@@ -103,17 +83,14 @@ std::string DaemonProcess::describeEnd() const {
 
 SegmentSnapshot readStateSegment(const std::string &keyPath) {
   SegmentSnapshot snapshot;
-  key_t key = ftok(keyPath.c_str(), 66);
-  int id = key == -1 ? -1 : shmget(key, 0, 0);
-  shmid_ds info{};
-  if (id == -1 || shmctl(id, IPC_STAT, &info) == -1 || info.shm_segsz < 12) return snapshot;
-  void *addr = shmat(id, nullptr, SHM_RDONLY);
-  if (addr == reinterpret_cast<void *>(-1)) return snapshot;
-  const uint8_t *bytes = static_cast<const uint8_t *>(addr);
+  const key_t key = ftok(keyPath.c_str(), 66);
+  const int id = key == -1 ? -1 : shmget(key, 12, 0);  // fails for a missing or shorter segment
+  const auto *bytes = static_cast<const uint8_t *>(id == -1 ? reinterpret_cast<void *>(-1) : shmat(id, nullptr, SHM_RDONLY));
+  if (bytes == reinterpret_cast<const uint8_t *>(-1)) return snapshot;
   snapshot.present = true;
   snapshot.heartbeat = __atomic_load_n(reinterpret_cast<const uint32_t *>(bytes), __ATOMIC_ACQUIRE);
   snapshot.position = bytes[4];
   memcpy(&snapshot.updating, bytes + 8, sizeof snapshot.updating);
-  shmdt(addr);
+  shmdt(bytes);
   return snapshot;
 }

@@ -5,12 +5,16 @@
 // killed if the thread that started it ends (so start it from the test's own
 // thread), which covers a test process that crashes.
 #pragma once
+#include <signal.h>
 #include <sys/types.h>
+#include <sys/wait.h>
 
 #include <chrono>
 #include <cstdint>
 #include <string>
 #include <vector>
+
+#include "support/sandbox.h"
 
 struct DaemonOptions {
   std::string workDir = ".";
@@ -30,20 +34,27 @@ class DaemonProcess {
   DaemonProcess &operator=(const DaemonProcess &) = delete;
 
   bool started() const { return pid_ > 0; }
-  std::string out() const;  // standard output so far
-  std::string err() const;  // standard error so far
+  std::string out() const { return readFile(outPath_); }  // standard output so far
+  std::string err() const { return readFile(errPath_); }  // standard error so far
 
   // Wait until `text` occurs at least `count` times in the child's standard
   // output (or error). False on time-out, or when the child ended without it.
-  bool waitForOutput(const std::string &text, Timeout timeout = kDefaultTimeout, int count = 1);
-  bool waitForError(const std::string &text, Timeout timeout = kDefaultTimeout, int count = 1);
+  bool waitForOutput(const std::string &text, Timeout timeout = kDefaultTimeout, int count = 1) {
+    return waitForText(outPath_, text, timeout, count);
+  }
+  bool waitForError(const std::string &text, Timeout timeout = kDefaultTimeout, int count = 1) {
+    return waitForText(errPath_, text, timeout, count);
+  }
 
-  bool signal(int sig);  // false if it could not be sent or the child is gone
-  bool running();        // reaps the child when it has ended
+  // False if it could not be sent or the child is gone.
+  bool signal(int sig) { return pid_ > 0 && !ended_ && kill(pid_, sig) == 0; }
+  bool running() { return pid_ > 0 && !reap(false); }  // reaps the child when it has ended
   // Wait for the child to end; false on time-out (the child is left running).
   bool waitForExit(Timeout timeout = kDefaultTimeout);
-  int exitCode() const;    // after the end: exit status, or -1 when a signal ended it
-  int termSignal() const;  // after the end: the ending signal, or 0 when it exited
+  // After the end: exit status, or -1 when a signal ended it.
+  int exitCode() const { return ended_ && WIFEXITED(status_) ? WEXITSTATUS(status_) : -1; }
+  // After the end: the ending signal, or 0 when it exited.
+  int termSignal() const { return ended_ && WIFSIGNALED(status_) ? WTERMSIG(status_) : 0; }
   // The child's end in words, for assertion messages ("running", "exit 1", "signal 2 (...)").
   std::string describeEnd() const;
 
