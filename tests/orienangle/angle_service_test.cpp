@@ -1,11 +1,7 @@
 // The angle service: the test-mode level meter with its codes and report
 // frame, single loop turns over real capture pools, the service thread, and
 // the log contract of the angle subsystem.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <functional>
@@ -30,25 +26,23 @@ namespace {
 
 constexpr int kSamples = LEVEL_FRAME_SAMPLES;
 
-// An interleaved 8-channel frame whose channel c holds the constant amplitude[c].
-std::vector<int16_t> micFrame(const int16_t (&amplitude)[8]) {
+// An interleaved 8-channel frame of constant amplitudes; over a 250-frame period
+// A gives 10 log10(48000 A^2): 1000 -> 106, 10 -> 66, 1 -> 46, 0 -> 0.
+std::vector<int16_t> loudQuietSilent() {
+  const int16_t amplitude[8] = {1000, 10, 1, 0, 1000, 1000, 10, 0};
   std::vector<int16_t> f(kSamples * 8);
-  for (int i = 0; i < kSamples; ++i)
-    for (int c = 0; c < 8; ++c) f[8 * i + c] = static_cast<int16_t>(i % 2 ? -amplitude[c] : amplitude[c]);
+  for (int i = 0; i < kSamples * 8; ++i) f[i] = static_cast<int16_t>(i / 8 % 2 ? -amplitude[i % 8] : amplitude[i % 8]);
   return f;
 }
-
-// Over a 250-frame period a constant amplitude A gives 10 log10(48000 A^2):
-// A = 1000 -> 106, A = 10 -> 66, A = 1 -> 46, A = 0 -> 0.
-const int16_t kLoudQuietSilent[8] = {1000, 10, 1, 0, 1000, 1000, 10, 0};
+const std::vector<int16_t> kMic = loudQuietSilent();
 const LevelThresholds kCodes = {0, 90, 50};
 
-void runPeriod(LevelMeter *m, int frames, const LevelThresholds &t, int16_t line = 1000) {
-  std::vector<int16_t> mic = micFrame(kLoudQuietSilent);
-  std::vector<int16_t> ref(kSamples, line);
-  for (int i = 0; i < frames; ++i) {
-    levelMeterAddMic(m, mic.data(), t);
-    levelMeterAddLine(m, ref.data(), t);
+// `mics` microphone frames, the first `lines` of them each followed by a line-in frame.
+void feed(LevelMeter *m, int mics, int lines, const LevelThresholds &t, int16_t line = 1000) {
+  const std::vector<int16_t> ref(kSamples, line);
+  for (int i = 0; i < mics; ++i) {
+    levelMeterAddMic(m, kMic.data(), t);
+    if (i < lines) levelMeterAddLine(m, ref.data(), t);
   }
 }
 
@@ -58,33 +52,16 @@ TEST(LevelMeter, ReportsRawValuesAfterThe250thFrameNotThe249th) {
   LevelMeter m;
   levelMeterInit(&m);
   uint8_t report[LEVEL_REPORT_BYTES];
-  EXPECT_EQ(stdoutOf([&] { runPeriod(&m, 249, {1, 90, 50}); }), "");
+  EXPECT_EQ(stdoutOf([&] { feed(&m, 249, 249, {1, 90, 50}); }), "");
   EXPECT_FALSE(levelMeterTakeReport(&m, report));
-  stdoutOf([&] { runPeriod(&m, 1, {1, 90, 50}); });
+  stdoutOf([&] { feed(&m, 1, 1, {1, 90, 50}); });
   ASSERT_TRUE(levelMeterTakeReport(&m, report));
   const uint8_t expected[LEVEL_REPORT_BYTES] = {0xFF, 106, 66,  46, 0, 106,
                                                 106,  66,  0, 106, (106 * 4 + 66 * 2 + 46) & 0xFF};
   EXPECT_EQ(0, memcmp(report, expected, sizeof report));
   EXPECT_FALSE(levelMeterTakeReport(&m, report)) << "one report per period";
-  std::vector<int16_t> mic = micFrame(kLoudQuietSilent);
-  stdoutOf([&] {
-    for (int i = 0; i < 600; ++i) levelMeterAddMic(&m, mic.data(), kCodes);
-  });
+  stdoutOf([&] { feed(&m, 600, 0, kCodes); });
   EXPECT_FALSE(levelMeterTakeReport(&m, report)) << "no line-in, no level frame";
-}
-
-TEST(LevelMeter, LeavingTestModeRestartsTheCountButKeepsTheSums) {
-  LevelMeter m;
-  levelMeterInit(&m);
-  std::vector<int16_t> mic = micFrame(kLoudQuietSilent);
-  const std::string out = stdoutOf([&] {
-    for (int i = 0; i < 200; ++i) levelMeterAddMic(&m, mic.data(), kCodes);
-    levelMeterSkipMic(&m);
-    for (int i = 0; i < 249; ++i) levelMeterAddMic(&m, mic.data(), kCodes);
-  });
-  EXPECT_EQ(out, "");
-  // 450 frames of energy: 10 log10(450/250 x 48000 x 1e6) = 109.
-  EXPECT_NE(stdoutOf([&] { levelMeterAddMic(&m, mic.data(), kCodes); }).find("DBVal:109\n"), std::string::npos);
 }
 
 // Loop turns over the real pools, with the module's rings but no worker.
@@ -144,11 +121,10 @@ TEST_F(ServiceTurn, TestModeMetersInsteadOfFeedingTheModuleAndSendsTheReport) {
   gHostCtrl.testMode = 1;
   gHostCtrl.micDBmax = 90;
   gHostCtrl.micDBmin = 50;
-  std::vector<int16_t> mic = micFrame(kLoudQuietSilent);
-  std::vector<int16_t> stereo(2 * kSamples, 1000);
+  const std::vector<int16_t> stereo(2 * kSamples, 1000);
   stdoutOf([&] {
     for (int i = 0; i < 250; ++i) {
-      push(mic_, mic.data(), ANGLE_SERVICE_MIC_FRAME_BYTES);
+      push(mic_, kMic.data(), ANGLE_SERVICE_MIC_FRAME_BYTES);
       push(line_, stereo.data(), ANGLE_SERVICE_LINE_FRAME_BYTES);
       angleServiceTurn(&svc_);
     }
@@ -160,13 +136,8 @@ TEST_F(ServiceTurn, TestModeMetersInsteadOfFeedingTheModuleAndSendsTheReport) {
 
 TEST(ServiceThread, OpensTheLineStartsTheModuleAndTearsBothDown) {
   Sandbox box;
-  int master = posix_openpt(O_RDWR | O_NOCTTY);
-  ASSERT_GE(master, 0);
-  ASSERT_EQ(grantpt(master), 0);
-  ASSERT_EQ(unlockpt(master), 0);
-  ASSERT_EQ(symlink(ptsname(master), box.file("dev/ttyS1").c_str()), 0);
+  PtyLine line;
   memset(&gHostCtrl, 0, sizeof gHostCtrl);
-
   ASSERT_EQ(velquare_orienangle_proc_start(), 0);
   EXPECT_TRUE(eventually([] { return angleWorkerActive(); }));
   EXPECT_TRUE(sharedLoad(gHostCtrl.uartOpened) == 1 && gVelquareSpeach.resultCallback == &onAngleResult);
@@ -174,7 +145,6 @@ TEST(ServiceThread, OpensTheLineStartsTheModuleAndTearsBothDown) {
   velquare_orienangle_proc_stop();
   EXPECT_TRUE(eventually([] { return !angleWorkerActive(); }));
   EXPECT_TRUE(eventually([] { return sharedLoad(uartFd) == -1; })) << "the line is closed";
-  close(master);
 }
 
 // The subsystem's console lines, once, exactly: operators and log readers
@@ -213,11 +183,15 @@ TEST(AngleLog, EachLineAsTheOperatorsKnowIt) {
        "audio is full, gVelquareSpeach.setAudioBuffSpkinNum - gVelquareSpeach.getAudioBuffSpkinNum : 0\n"},
       {"init", [] { velquare_orienAngle_uninit(), velquare_orienAngle_init(8, 480, 16000, 8, nullptr); },
        "velquare_orienAngle_init : \nmicNum     : 8\nframeSize  : 480\nsampleRate : 16000\nbitDepth   : 8\n"},
-      {"level period", [&] { levelMeterInit(&m), runPeriod(&m, 250, kCodes, 10); },
-       "\nMDitgitMic(ch1):48000000000.000000, DBVal:106\nMDitgitMic(ch2):4800000.000000, DBVal:66->lowVolum\n"
-       "MDitgitMic(ch3):48000.000000, DBVal:46->noVolum\nMDitgitMic(ch4):0.000000, DBVal:0->noVolum\n"
-       "MDitgitMic(ch5):48000000000.000000, DBVal:106\nMDitgitMic(ch6):48000000000.000000, DBVal:106\n"
-       "MDitgitMic(ch7):4800000.000000, DBVal:66->lowVolum\nMDitgitMic(ch8):0.000000, DBVal:0->noVolum\n"
+      // Leaving test mode restarts the period's count but keeps the sums: 450 frames' energy.
+      {"level period", [&] {
+         levelMeterInit(&m), feed(&m, 200, 0, kCodes), levelMeterSkipMic(&m);
+         feed(&m, 250, 250, kCodes, 10);
+       },
+       "\nMDitgitMic(ch1):86400000000.000000, DBVal:109\nMDitgitMic(ch2):8640000.000000, DBVal:69->lowVolum\n"
+       "MDitgitMic(ch3):86400.000000, DBVal:49->noVolum\nMDitgitMic(ch4):0.000000, DBVal:0->noVolum\n"
+       "MDitgitMic(ch5):86400000000.000000, DBVal:109\nMDitgitMic(ch6):86400000000.000000, DBVal:109\n"
+       "MDitgitMic(ch7):8640000.000000, DBVal:69->lowVolum\nMDitgitMic(ch8):0.000000, DBVal:0->noVolum\n"
        "\nMLineIn:4800000.000000, DBVal:66->lowVolum\n"},
   };
   velquare_orienAngle_uninit();
