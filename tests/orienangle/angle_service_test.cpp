@@ -1,6 +1,6 @@
 // The angle service: the test-mode level meter with its codes and report
-// frame, single loop turns over real capture pools, the service thread, and
-// the log contract of the angle subsystem.
+// frame, single loop turns over real capture pools, and the log contract of
+// the angle subsystem (the service thread runs in the daemon tests).
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -9,11 +9,9 @@
 
 #include "audio/audioprocess.h"
 #include "audio/buffpool.h"
-#include "common/shared_word.h"
 #include "edge_config.h"
 #include "hostlink/host_protocol.h"
 #include "hostlink/uart.h"
-#include "lifecycle/process.h"
 #include "orienangle/module/angle_module.h"
 #include "orienangle/module/angle_service.h"
 #include "orienangle/module/level_meter.h"
@@ -132,19 +130,6 @@ TEST_F(ServiceTurn, TestModeMetersInsteadOfFeedingTheModuleAndSendsTheReport) {
   EXPECT_TRUE(gVelquareSpeach.setAudioBuffNum == 0u && gVelquareSpeach.setAudioBuffSpkinNum == 0u);
   EXPECT_EQ(line.receiveAll(), (Bytes{0xFF, 0x01, 0x20, 0x10, 0x10, 0x01, 0x01, 0x20, 0x10, 0x01, 0x74}));
   uartClose();
-}
-
-TEST(ServiceThread, OpensTheLineStartsTheModuleAndTearsBothDown) {
-  Sandbox box;
-  PtyLine line;
-  memset(&gHostCtrl, 0, sizeof gHostCtrl);
-  ASSERT_EQ(velquare_orienangle_proc_start(), 0);
-  EXPECT_TRUE(eventually([] { return angleWorkerActive(); }));
-  EXPECT_TRUE(sharedLoad(gHostCtrl.uartOpened) == 1 && gVelquareSpeach.resultCallback == &onAngleResult);
-
-  velquare_orienangle_proc_stop();
-  EXPECT_TRUE(eventually([] { return !angleWorkerActive(); }));
-  EXPECT_TRUE(eventually([] { return sharedLoad(uartFd) == -1; })) << "the line is closed";
 }
 
 // The subsystem's console lines, once, exactly: operators and log readers

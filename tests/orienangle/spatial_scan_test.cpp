@@ -53,14 +53,6 @@ class SpatialScan : public ::testing::Test {
 };
 OrienAngleEstimator *SpatialScan::est_ = nullptr;
 
-TEST_F(SpatialScan, NoSelectedBinGivesAZeroSpectrumAndBroadsideResult) {
-  est_->frameCursor = 42;
-  for (auto &v : est_->angleSpectrum[42]) v = 7.0f;
-  for (auto &s : est_->binSelected) s = 0;
-  EXPECT_EQ(spatialSpectrumScan(est_, est_->scratch.spectra), 90);
-  for (float v : est_->angleSpectrum[42]) ASSERT_EQ(v, 0.0f);
-}
-
 // The check that matters most: a broadband source played from a known direction
 // (with a little independent noise per microphone) peaks within 1 degree of it.
 TEST_F(SpatialScan, PlaneWaveFromAKnownDirectionPeaksWithinOneDegree) {

@@ -44,17 +44,4 @@ TEST(Spectrum, AnalysisBlockSlidesTheHistoryAndTheFastTransformMatchesTheReferen
   orienAngleEstimatorDestroy(est);
 }
 
-TEST(Spectrum, BandEnergiesSumTheBinsBetweenEdgesOnly) {
-  std::vector<OrienComplex> spectrum(ORIEN_SPECTRUM_BINS, OrienComplex{3, 4});  // below 20 and from 462: no band
-  std::fill(spectrum.begin() + 20, spectrum.begin() + 462, OrienComplex{0, 0});
-  std::fill(spectrum.begin() + 100, spectrum.begin() + 118, OrienComplex{1, 1});  // all of band 5
-  spectrum[35] = {1, 0};   // last bin of band 0
-  spectrum[36] = {0, 2};   // first bin of band 1
-  spectrum[461] = {3, 4};  // last bin of band 16
-  float e[ORIEN_BANDS];
-  bandEnergies(e, spectrum.data());
-  const float want[ORIEN_BANDS] = {1, 4, 0, 0, 0, 36, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 25};
-  for (int b = 0; b < ORIEN_BANDS; ++b) EXPECT_EQ(e[b], want[b]) << b;
-}
-
 }  // namespace
