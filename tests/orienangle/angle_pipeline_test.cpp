@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -75,12 +76,10 @@ TEST_F(AnglePipeline, BandTestCountsBandsAboveThreeTimesNoiseAndKeepsActiveFlags
 }
 
 TEST_F(AnglePipeline, BinSelectionNeedsThreeTimesNoiseAndOneAndAHalfTimesItsLevel) {
-  for (int k = 0; k < ORIEN_BINS; ++k) {
-    est_->micNoise.binNoise[k] = 1.0f;
-    est_->binPowerSmooth[k] = 0.0f;
-    est_->binPower[k] = 10.0f;
-    est_->binSelected[k] = 7;
-  }
+  std::fill_n(est_->micNoise.binNoise, ORIEN_BINS, 1.0f);
+  std::fill_n(est_->binPowerSmooth, ORIEN_BINS, 0.0f);
+  std::fill_n(est_->binPower, ORIEN_BINS, 10.0f);
+  std::fill_n(est_->binSelected, ORIEN_BINS, 7);
   est_->binPower[100] = 3.0f;                                 // exactly 3 x noise
   est_->binPower[101] = std::nextafter(3.0f, 4.0f);            // just above
   est_->binPower[300] = 6.0f, est_->binPowerSmooth[300] = 4.0f;  // exactly 1.5 x level
@@ -93,18 +92,21 @@ TEST_F(AnglePipeline, BinSelectionNeedsThreeTimesNoiseAndOneAndAHalfTimesItsLeve
   EXPECT_EQ(est_->decision.binHitCount[0], 160u - 1u);  // bins 20..179 without bin 100
 }
 
+// Ten consecutive samples within one of zero (+-2 is a sample value), also
+// across a plane boundary; nine are not enough.
 TEST_F(AnglePipeline, DigitalSilenceIsTenConsecutiveSamplesWithinOne) {
   const std::vector<float> frame = testsig::noiseAwayFromZero(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE, 500.0f, 4);
-  EXPECT_FALSE(angleDigitalSilence(frame.data()));
-  auto withRun = [&](int from, int count, float v) {
+  const struct {
+    int from, count;
+    float v;
+    bool silent;
+  } cases[] = {{0, 0, 0.0f, false},   {0, 10, 0.0f, true},    {100, 9, 0.0f, false},
+               {955, 10, 1.9f, true}, {300, 10, 2.0f, false}};
+  for (const auto &c : cases) {
     std::vector<float> f = frame;
-    for (int i = from; i < from + count; ++i) f[i] = (i % 2) ? v : -v;
-    return angleDigitalSilence(f.data());
-  };
-  EXPECT_TRUE(withRun(0, 10, 0.0f));     // first ten samples, the rest speech
-  EXPECT_FALSE(withRun(100, 9, 0.0f));   // nine only
-  EXPECT_TRUE(withRun(955, 10, 1.9f));   // across a plane boundary
-  EXPECT_FALSE(withRun(300, 10, 2.0f));  // +-2 is a sample value, not silence
+    for (int i = c.from; i < c.from + c.count; ++i) f[i] = (i % 2) ? c.v : -c.v;
+    EXPECT_EQ(angleDigitalSilence(f.data()), c.silent) << c.from << " " << c.count;
+  }
 }
 
 // Frames 1..4 after a decision only record; the fifth runs the loudspeaker test,
