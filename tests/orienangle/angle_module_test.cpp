@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -73,19 +72,6 @@ TEST_F(AngleModule, RingTakesExactlyItsFreeSpaceAndDropsOneByteMoreWhole) {
   EXPECT_EQ(gVelquareSpeach.setAudioBuffSpkinNum, static_cast<uint64_t>(kRing));
 }
 
-TEST_F(AngleModule, FramesReadBackIntactAcrossTheRingEnd) {
-  ringsOnly();
-  std::vector<uint8_t> out(kRing), frame = pattern(kFrame, 42);
-  int32_t len = kRing - 10;  // both ends to 10 bytes before the ring's end
-  ASSERT_EQ(audioBuffOp(ANGLE_RING_WRITE, out.data(), &len), 0);
-  ASSERT_EQ(audioBuffOp(ANGLE_RING_READ, out.data(), &len), 0);
-  ASSERT_EQ(write(frame, kFrame), 0);
-  len = kFrame;
-  ASSERT_EQ(audioBuffOp(ANGLE_RING_READ, out.data(), &len), 0);
-  EXPECT_TRUE(std::equal(frame.begin(), frame.end(), out.begin()));
-  EXPECT_EQ(gVelquareSpeach.audioBuff[0], frame[10]) << "byte 10 of the frame wrapped to index 0";
-}
-
 // One callback per frame even without reference; uninit waits for the worker,
 // also with frames still queued.
 TEST_F(AngleModule, WorkerReportsEveryFrameOnceAndStopsOnUninit) {
@@ -116,18 +102,6 @@ TEST_F(AngleModule, ReferenceBlocksAreTakenEvenWhileNoFrameIsQueued) {
   EXPECT_TRUE(eventually([] { return sharedLoad(gVelquareSpeach.getAudioBuffSpkinNum) == 2u * kBlock; }))
       << sharedLoad(gVelquareSpeach.getAudioBuffSpkinNum);
   EXPECT_EQ(sharedLoad(callbackCount), 0u);
-}
-
-uint32_t stoppingCallback(uint32_t) {
-  velquare_orienAngle_uninit();
-  return 0;
-}
-
-TEST_F(AngleModule, CallbackMayStopTheModuleFromTheWorker) {
-  ASSERT_EQ(velquare_orienAngle_init(8, 960, 48000, 16, stoppingCallback), 0);
-  std::vector<uint8_t> frame(kFrame);
-  velquare_orienAngle_writeAudioData(frame.data(), kFrame);
-  EXPECT_TRUE(eventually([] { return !angleWorkerActive(); }));
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
-// The angle service: the test-mode level meter with its codes and report
-// frame, single loop turns over real capture pools, and the log contract of
-// the angle subsystem (the service thread runs in the daemon tests).
+// The angle service: single loop turns over real capture pools, with the
+// test-mode level report, and the log contract of the angle subsystem (the
+// service thread runs in the daemon tests).
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -36,30 +36,12 @@ const std::vector<int16_t> kMic = loudQuietSilent();
 const LevelThresholds kCodes = {0, 90, 50};
 
 // `mics` microphone frames, the first `lines` of them each followed by a line-in frame.
-void feed(LevelMeter *m, int mics, int lines, const LevelThresholds &t, int16_t line = 1000) {
-  const std::vector<int16_t> ref(kSamples, line);
+void feed(LevelMeter *m, int mics, int lines) {
+  const std::vector<int16_t> ref(kSamples, 10);
   for (int i = 0; i < mics; ++i) {
-    levelMeterAddMic(m, kMic.data(), t);
-    if (i < lines) levelMeterAddLine(m, ref.data(), t);
+    levelMeterAddMic(m, kMic.data(), kCodes);
+    if (i < lines) levelMeterAddLine(m, ref.data(), kCodes);
   }
-}
-
-// A report needs a full period of both the microphones and the line-in; in
-// send-ret mode it carries the raw dB values.
-TEST(LevelMeter, ReportsRawValuesAfterThe250thFrameNotThe249th) {
-  LevelMeter m;
-  levelMeterInit(&m);
-  uint8_t report[LEVEL_REPORT_BYTES];
-  EXPECT_EQ(stdoutOf([&] { feed(&m, 249, 249, {1, 90, 50}); }), "");
-  EXPECT_FALSE(levelMeterTakeReport(&m, report));
-  stdoutOf([&] { feed(&m, 1, 1, {1, 90, 50}); });
-  ASSERT_TRUE(levelMeterTakeReport(&m, report));
-  const uint8_t expected[LEVEL_REPORT_BYTES] = {0xFF, 106, 66,  46, 0, 106,
-                                                106,  66,  0, 106, (106 * 4 + 66 * 2 + 46) & 0xFF};
-  EXPECT_EQ(0, memcmp(report, expected, sizeof report));
-  EXPECT_FALSE(levelMeterTakeReport(&m, report)) << "one report per period";
-  stdoutOf([&] { feed(&m, 600, 0, kCodes); });
-  EXPECT_FALSE(levelMeterTakeReport(&m, report)) << "no line-in, no level frame";
 }
 
 // Loop turns over the real pools, with the module's rings but no worker.
@@ -170,8 +152,8 @@ TEST(AngleLog, EachLineAsTheOperatorsKnowIt) {
        "velquare_orienAngle_init : \nmicNum     : 8\nframeSize  : 480\nsampleRate : 16000\nbitDepth   : 8\n"},
       // Leaving test mode restarts the period's count but keeps the sums: 450 frames' energy.
       {"level period", [&] {
-         levelMeterInit(&m), feed(&m, 200, 0, kCodes), levelMeterSkipMic(&m);
-         feed(&m, 250, 250, kCodes, 10);
+         levelMeterInit(&m), feed(&m, 200, 0), levelMeterSkipMic(&m);
+         feed(&m, 250, 250);
        },
        "\nMDitgitMic(ch1):86400000000.000000, DBVal:109\nMDitgitMic(ch2):8640000.000000, DBVal:69->lowVolum\n"
        "MDitgitMic(ch3):86400.000000, DBVal:49->noVolum\nMDitgitMic(ch4):0.000000, DBVal:0->noVolum\n"

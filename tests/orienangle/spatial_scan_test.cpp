@@ -45,20 +45,13 @@ TEST(PeakPicking, EndPointsInteriorPeaksPlateausAndTies) {
   }
 }
 
-class SpatialScan : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() { est_ = orienAngleEstimatorCreate(); }
-  static void TearDownTestSuite() { orienAngleEstimatorDestroy(est_); }
-  static OrienAngleEstimator *est_;
-};
-OrienAngleEstimator *SpatialScan::est_ = nullptr;
-
 // The check that matters most: a broadband source played from a known direction
 // (with a little independent noise per microphone) peaks within 1 degree of it.
-TEST_F(SpatialScan, PlaneWaveFromAKnownDirectionPeaksWithinOneDegree) {
+TEST(SpatialScan, PlaneWaveFromAKnownDirectionPeaksWithinOneDegree) {
+  OrienAngleEstimator *est = orienAngleEstimatorCreate();
   const size_t n = 5 * ORIEN_FRAME_SIZE;
   std::vector<float> frame(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE);
-  est_->frameCursor = 7;
+  est->frameCursor = 7;
   for (double theta : {-80.0, -61.0, -47.6, -37.0, -15.0, 0.0, 8.0, 12.4, 23.0, 45.0, 66.0, 80.0}) {
     std::vector<float> src = testsig::noise(n, 2000.0f, static_cast<uint32_t>(theta + 200));
     std::vector<float> planes = testsig::arrayFrom(src, theta);
@@ -66,15 +59,16 @@ TEST_F(SpatialScan, PlaneWaveFromAKnownDirectionPeaksWithinOneDegree) {
     for (size_t i = 0; i < planes.size(); ++i) planes[i] += sensor[i];
     for (size_t f = 1; f < 5; ++f) {  // the block is filled with the source
       testsig::frameOf(planes, n, f, frame.data());
-      orienAngleFrameAnalyse(est_, frame.data(), nullptr, est_->scratch.spectra);
+      orienAngleFrameAnalyse(est, frame.data(), nullptr, est->scratch.spectra);
     }
-    for (int k = 0; k < ORIEN_BINS; ++k) est_->binSelected[k] = k >= ORIEN_SCAN_FIRST_BIN;
-    const int best = spatialSpectrumScan(est_, est_->scratch.spectra);
+    for (int k = 0; k < ORIEN_BINS; ++k) est->binSelected[k] = k >= ORIEN_SCAN_FIRST_BIN;
+    const int best = spatialSpectrumScan(est, est->scratch.spectra);
     EXPECT_LE(std::fabs(best - (theta + 90.0)), 1.0) << "theta " << theta;
-    EXPECT_EQ(static_cast<int>(est_->peakAngles[7][0]), best) << "theta " << theta;
-    const float *row = est_->angleSpectrum[7];
+    EXPECT_EQ(static_cast<int>(est->peakAngles[7][0]), best) << "theta " << theta;
+    const float *row = est->angleSpectrum[7];
     EXPECT_EQ(row[best], *std::max_element(row, row + ORIEN_ANGLE_NUM));
   }
+  orienAngleEstimatorDestroy(est);
 }
 
 }  // namespace
