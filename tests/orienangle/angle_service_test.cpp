@@ -19,7 +19,6 @@
 #include "support/output_capture.h"
 #include "support/sandbox.h"
 
-
 namespace {
 
 constexpr int kSamples = LEVEL_FRAME_SAMPLES;
@@ -29,20 +28,12 @@ constexpr int kSamples = LEVEL_FRAME_SAMPLES;
 std::vector<int16_t> loudQuietSilent() {
   const int16_t amplitude[8] = {1000, 10, 1, 0, 1000, 1000, 10, 0};
   std::vector<int16_t> f(kSamples * 8);
-  for (int i = 0; i < kSamples * 8; ++i) f[i] = static_cast<int16_t>(i / 8 % 2 ? -amplitude[i % 8] : amplitude[i % 8]);
+  for (int i = 0; i < kSamples * 8; ++i)
+    f[i] = static_cast<int16_t>(i / 8 % 2 ? -amplitude[i % 8] : amplitude[i % 8]);
   return f;
 }
 const std::vector<int16_t> kMic = loudQuietSilent();
 const LevelThresholds kCodes = {0, 90, 50};
-
-// `mics` microphone frames, the first `lines` of them each followed by a line-in frame.
-void feed(LevelMeter *m, int mics, int lines) {
-  const std::vector<int16_t> ref(kSamples, 10);
-  for (int i = 0; i < mics; ++i) {
-    levelMeterAddMic(m, kMic.data(), kCodes);
-    if (i < lines) levelMeterAddLine(m, ref.data(), kCodes);
-  }
-}
 
 // Loop turns over the real pools, with the module's rings but no worker.
 class ServiceTurn : public testing::Test {
@@ -50,8 +41,7 @@ class ServiceTurn : public testing::Test {
   void SetUp() override {
     velquare_orienAngle_uninit();
     memset(&gVelquareSpeach, 0, sizeof gVelquareSpeach);
-    ASSERT_EQ(audioBuffCreate(), 0);
-    ASSERT_EQ(audioBuffSpkinCreate(), 0);
+    ASSERT_TRUE(audioBuffCreate() == 0 && audioBuffSpkinCreate() == 0);
     mic_ = &velquare_audioprocess_endpoint(AUDIOPROCESS_DIGITMIC)->pool;
     line_ = &velquare_audioprocess_endpoint(AUDIOPROCESS_LINEIN)->pool;
     ASSERT_TRUE(buffpool_create(mic_) == 0 && buffpool_create(line_) == 0);
@@ -119,6 +109,7 @@ TEST_F(ServiceTurn, TestModeMetersInsteadOfFeedingTheModuleAndSendsTheReport) {
 // module tests.)
 TEST(AngleLog, EachLineAsTheOperatorsKnowIt) {
   const std::vector<uint8_t> frame(ANGLE_MIC_FRAME_BYTES), ring(ANGLE_RING_BYTES + 1);
+  const std::vector<int16_t> line(kSamples, 10);
   LevelMeter m;
   const struct {
     const char *what;
@@ -152,8 +143,12 @@ TEST(AngleLog, EachLineAsTheOperatorsKnowIt) {
        "velquare_orienAngle_init : \nmicNum     : 8\nframeSize  : 480\nsampleRate : 16000\nbitDepth   : 8\n"},
       // Leaving test mode restarts the period's count but keeps the sums: 450 frames' energy.
       {"level period", [&] {
-         levelMeterInit(&m), feed(&m, 200, 0), levelMeterSkipMic(&m);
-         feed(&m, 250, 250);
+         levelMeterInit(&m);
+         for (int i = 0; i < 450; ++i) {
+           levelMeterAddMic(&m, kMic.data(), kCodes);
+           if (i == 199) levelMeterSkipMic(&m);
+           if (i >= 200) levelMeterAddLine(&m, line.data(), kCodes);
+         }
        },
        "\nMDitgitMic(ch1):86400000000.000000, DBVal:109\nMDitgitMic(ch2):8640000.000000, DBVal:69->lowVolum\n"
        "MDitgitMic(ch3):86400.000000, DBVal:49->noVolum\nMDitgitMic(ch4):0.000000, DBVal:0->noVolum\n"
