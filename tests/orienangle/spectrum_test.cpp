@@ -16,7 +16,7 @@ namespace {
 // fills bins 0..499 only, each within 1e-5 of the largest reference bin of the
 // reference: both are float FFTs, whose rounding error grows like
 // eps * log2(4096), about 1e-6 of the spectrum's size, while a wrong bin, sign,
-// twiddle or scale is off by far more. The blocks: pink-ish noise under a loud
+// twiddle or scale is off by far more. The blocks: white noise under a loud
 // tone at bin 1500 (most of the energy above the bins compared), quiet at first.
 TEST(Spectrum, AnalysisBlockSlidesTheHistoryAndTheFastTransformMatchesTheReference) {
   OrienAngleEstimator *est = orienAngleEstimatorCreate();
