@@ -2,15 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <vector>
 
 #include "orienangle/estimator/estimator.h"
-#include "sim/noise.h"
-#include "sim/voiced_speech.h"
 #include "test_signals.h"
 
 namespace {
@@ -22,20 +20,17 @@ class AnglePipeline : public ::testing::Test {
  public:
   static void SetUpTestSuite() {
     est_ = orienAngleEstimatorCreate();
-    pristine_ = static_cast<OrienAngleEstimator *>(std::malloc(sizeof(OrienAngleEstimator)));
-    std::memcpy(pristine_, est_, sizeof *est_);
+    pristine_ = new OrienAngleEstimator(*est_);
   }
   static void TearDownTestSuite() {
     orienAngleEstimatorDestroy(est_);
-    std::free(pristine_);
+    delete pristine_;
   }
   void SetUp() override {
-    std::memcpy(est_, pristine_, sizeof *est_);
+    *est_ = *pristine_;
     rnnoise_init(est_->denoiser, nullptr);
   }
-
-  static OrienAngleEstimator *est_;
-  static OrienAngleEstimator *pristine_;
+  static OrienAngleEstimator *est_, *pristine_;
 
   uint32_t slot(int back) const { return (est_->frameCursor + ORIEN_SLOTS - back) % ORIEN_SLOTS; }
 
@@ -66,28 +61,24 @@ class AnglePipeline : public ::testing::Test {
     angleFrameProcess(est_, frame, frame, spkin, &angle, &aux);
   }
 };
-OrienAngleEstimator *AnglePipeline::est_ = nullptr;
-OrienAngleEstimator *AnglePipeline::pristine_ = nullptr;
+OrienAngleEstimator *AnglePipeline::est_ = nullptr, *AnglePipeline::pristine_ = nullptr;
 
 TEST_F(AnglePipeline, BandTestCountsBandsAboveThreeTimesNoiseAndKeepsActiveFlags) {
-  for (int b = 0; b < ORIEN_BANDS; ++b) est_->micNoise.chanNoise[b] = 1.0f;
+  std::fill_n(est_->micNoise.chanNoise, ORIEN_BANDS, 1.0f);
   est_->bandActive[12] = 1;
   for (int b : {0, 4, 8, 9, 15, 16}) est_->bandEnergy[b] = 3.5f;
   est_->bandEnergy[2] = 3.0f;  // not above 3 x noise
   angleBandTest(est_);
-  EXPECT_EQ(est_->decision.lowBandHitCount[0], 3u);
-  EXPECT_EQ(est_->decision.bandHitCount[0], 5u);  // band 16 takes no part
-  EXPECT_TRUE(est_->bandActive[4] == 1u && est_->bandActive[2] == 0u);
-  EXPECT_EQ(est_->bandActive[12], 1u);  // never cleared here
+  // Bands 0..8 are the low ones; band 16 takes no part; active flags are never cleared here.
+  EXPECT_TRUE(est_->decision.lowBandHitCount[0] == 3u && est_->decision.bandHitCount[0] == 5u);
+  EXPECT_TRUE(est_->bandActive[4] == 1u && est_->bandActive[2] == 0u && est_->bandActive[12] == 1u);
 }
 
 TEST_F(AnglePipeline, BinSelectionNeedsThreeTimesNoiseAndOneAndAHalfTimesItsLevel) {
-  for (int k = 0; k < ORIEN_BINS; ++k) {
-    est_->micNoise.binNoise[k] = 1.0f;
-    est_->binPowerSmooth[k] = 0.0f;
-    est_->binPower[k] = 10.0f;
-    est_->binSelected[k] = 7;
-  }
+  std::fill_n(est_->micNoise.binNoise, ORIEN_BINS, 1.0f);
+  std::fill_n(est_->binPowerSmooth, ORIEN_BINS, 0.0f);
+  std::fill_n(est_->binPower, ORIEN_BINS, 10.0f);
+  std::fill_n(est_->binSelected, ORIEN_BINS, 7);
   est_->binPower[100] = 3.0f;                                 // exactly 3 x noise
   est_->binPower[101] = std::nextafter(3.0f, 4.0f);            // just above
   est_->binPower[300] = 6.0f, est_->binPowerSmooth[300] = 4.0f;  // exactly 1.5 x level
@@ -100,108 +91,98 @@ TEST_F(AnglePipeline, BinSelectionNeedsThreeTimesNoiseAndOneAndAHalfTimesItsLeve
   EXPECT_EQ(est_->decision.binHitCount[0], 160u - 1u);  // bins 20..179 without bin 100
 }
 
+// Ten consecutive samples within one of zero (+-2 is a sample value), also
+// across a plane boundary; nine are not enough.
 TEST_F(AnglePipeline, DigitalSilenceIsTenConsecutiveSamplesWithinOne) {
   const std::vector<float> frame = testsig::noiseAwayFromZero(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE, 500.0f, 4);
-  EXPECT_FALSE(angleDigitalSilence(frame.data()));
-  auto withRun = [&](int from, int count, float v) {
+  const struct {
+    int from, count;
+    float v;
+    bool silent;
+  } cases[] = {{0, 0, 0.0f, false},   {0, 10, 0.0f, true},    {100, 9, 0.0f, false},
+               {955, 10, 1.9f, true}, {300, 10, 2.0f, false}};
+  for (const auto &c : cases) {
     std::vector<float> f = frame;
-    for (int i = from; i < from + count; ++i) f[i] = (i % 2) ? v : -v;
-    return angleDigitalSilence(f.data());
-  };
-  EXPECT_TRUE(withRun(0, 10, 0.0f));     // first ten samples, the rest speech
-  EXPECT_FALSE(withRun(100, 9, 0.0f));   // nine only
-  EXPECT_TRUE(withRun(955, 10, 1.9f));   // across a plane boundary
-  EXPECT_FALSE(withRun(300, 10, 2.0f));  // +-2 is a sample value, not silence
-}
-
-// Frames 1..4 after a decision only record; the fifth runs the loudspeaker test
-// (here suspending, so 231 and a restart); pooling starts on the tenth. After
-// 150 frames without a decision the direction is dropped.
-TEST_F(AnglePipeline, UpdateGateTimingAndStaleTimeout) {
-  for (auto &flag : est_->farEnd.farEndFlag) flag = 1;
-  est_->farEnd.farEndLatched = 1;
-  agreeingHistory(100);
-  for (int idle = 0; idle < 4; ++idle) {
-    decideAt(idle);
-    ASSERT_TRUE(est_->idleFrames == idle + 1 && est_->curAngle == 230u) << idle;
+    for (int i = c.from; i < c.from + c.count; ++i) f[i] = (i % 2) ? c.v : -c.v;
+    EXPECT_EQ(angleDigitalSilence(f.data()), c.silent) << c.from << " " << c.count;
   }
-  decideAt(4);
-  EXPECT_TRUE(est_->curAngle == 231u && est_->idleFrames == 0);
-
-  SetUp();
-  agreeingHistory(100);
-  decideAt(8);
-  EXPECT_TRUE(est_->curAngle == 230u && est_->idleFrames == 9);
-  decideAt(9);
-  EXPECT_TRUE(est_->curAngle == 100u && est_->idleFrames == 0);
-
-  SetUp();
-  est_->curAngle = 77;
-  est_->prevAngle = 12;
-  decideAt(149);
-  EXPECT_EQ(est_->curAngle, 77u);
-  decideAt(150);
-  EXPECT_TRUE(est_->curAngle == 230u && est_->prevAngle == 230u);
-  EXPECT_EQ(est_->idleFrames, 151);  // not reset: the timeout holds
 }
 
-TEST_F(AnglePipeline, LoudspeakerSuspendsOnMoreThanSixteenOfTheLastFifty) {
-  agreeingHistory(100);
-  for (int back = 50; back < 70; ++back) est_->farEnd.farEndFlag[slot(back)] = 1;  // outside the window
-  for (int back = 0; back < 16; ++back) est_->farEnd.farEndFlag[slot(back)] = 1;
-  est_->curAngle = 80;
-  est_->farEnd.farEndLatched = 1;
-  decideAt(5);
-  EXPECT_TRUE(est_->idleFrames == 6 && est_->curAngle == 80u);  // 16 do not suspend
-
-  est_->farEnd.farEndFlag[slot(49)] = 1;  // the 17th, oldest in the window
-  est_->farEnd.farEndLatched = 0;
-  decideAt(5);
-  EXPECT_TRUE(est_->idleFrames == 0 && est_->curAngle == 80u);  // not latched: the value stays
-  est_->farEnd.farEndLatched = 1;
-  decideAt(5);
-  EXPECT_EQ(est_->curAngle, 231u);
-
-  // Frames with the loudspeaker active are not pooled: pooled ages end at 49.
-  SetUp();
-  agreeingHistory(100);
-  for (int back = 49; back < 80; ++back) est_->farEnd.farEndFlag[slot(back)] = 1;  // one in the window
-  decideAt(20);
-  EXPECT_EQ(est_->curAngle, 230u);
-}
-
-TEST_F(AnglePipeline, AcceptanceThresholdsAreStrict) {
-  struct Case {
+// Frames 1..4 after a decision only record; the fifth runs the loudspeaker test,
+// which suspends (231 and a restart) on more than 16 flagged of the last 50
+// frames with the flag latched; pooling starts on the tenth and leaves flagged
+// frames out. After 150 frames without a decision the direction is dropped.
+// A decision steps the published direction toward the pooled peak.
+TEST_F(AnglePipeline, UpdateGateTimingLoudspeakerStaleTimeoutAndSmoothing) {
+  const struct {
     const char *what;
-    void (*shape)(AnglePipeline *, int n);
-    int passing, failing;
+    int peak;  // of an agreeing history; -1: none
+    bool latched;
+    std::vector<int> flagged;  // [from, to) ranges of ages with the loudspeaker flag
+    uint32_t cur;
+    int idleBefore;
+    uint32_t want;
+    int wantIdle;
   } cases[] = {
-      {"voiced frames", [](AnglePipeline *t, int n) {
-         for (int back = 1; back < 80; ++back) t->est_->decision.vadFlag[t->slot(back)] = back <= n;
-       }, 20, 19},
-      {"speech frames", [](AnglePipeline *t, int n) {
-         for (int back = 1; back < 80; ++back) t->est_->decision.speechFlag[t->slot(back)] = back > 79 - n;
-       }, 12, 11},
-      {"pooled frames", [](AnglePipeline *t, int n) {  // 4 near, n - 5 far and one at age 61
-         for (int back = 5; back < 80; ++back)
-           t->setFrame(back, back < n || back == 60 ? 100 : kNone);
-       }, 20, 19},
-      {"oldest pooled age", [](AnglePipeline *t, int n) {
-         for (int back = n; back < 80; ++back) t->setFrame(back, 140);
-       }, 50, 49},
-      {"near agreement", [](AnglePipeline *t, int n) {
-         for (int back = n + 1; back <= 4; ++back) t->setFrame(back, 107);
-       }, 3, 2},
+      {"first four record", 100, true, {0, 80}, 230, 3, 230, 4},
+      {"fifth suspends", 100, true, {0, 80}, 230, 4, 231, 0},
+      {"ninth records", 100, false, {}, 230, 8, 230, 9},
+      {"tenth pools", 100, false, {}, 230, 9, 100, 0},
+      {"not stale yet", -1, false, {}, 77, 149, 77, 150},
+      {"stale", -1, false, {}, 77, 150, 230, 151},  // the count is not reset
+      {"16 of 50 do not suspend", 100, true, {0, 16, 50, 70}, 80, 5, 80, 6},
+      {"17 of 50, not latched", 100, false, {0, 16, 49, 70}, 80, 5, 80, 0},
+      {"17 of 50, latched", 100, true, {0, 16, 49, 70}, 80, 5, 231, 0},
+      {"flagged frames are not pooled", 100, false, {49, 80}, 230, 20, 230, 21},
+      {"step", 95, false, {}, 90, 19, 91, 0},   {"step", 95, false, {}, 91, 19, 92, 0},
+      {"step", 95, false, {}, 90, 79, 92, 0},   {"step", 92, false, {}, 90, 79, 92, 0},
+      {"step", 92, false, {}, 90, 19, 91, 0},   {"step", 91, false, {}, 90, 19, 91, 0},
+      {"step", 89, false, {}, 90, 79, 89, 0},   {"jump", 96, false, {}, 90, 19, 96, 0},
+      {"jump", 84, false, {}, 90, 19, 84, 0},   {"step", 95, false, {}, 100, 19, 99, 0},
+      {"step", 95, false, {}, 100, 79, 98, 0},  {"first", 17, false, {}, 230, 19, 17, 0},
+      {"resume", 170, false, {}, 231, 19, 170, 0},
   };
-  for (const Case &c : cases) {
+  for (const auto &c : cases) {
+    SetUp();
+    if (c.peak >= 0) agreeingHistory(c.peak);
+    est_->farEnd.farEndLatched = c.latched;
+    for (size_t i = 0; i < c.flagged.size(); i += 2)
+      for (int back = c.flagged[i]; back < c.flagged[i + 1]; ++back) est_->farEnd.farEndFlag[slot(back)] = 1;
+    est_->curAngle = c.cur;
+    decideAt(c.idleBefore);
+    EXPECT_TRUE(est_->curAngle == c.want && est_->idleFrames == c.wantIdle)
+        << c.what << " " << c.cur << " -> " << c.peak << " at " << c.idleBefore << ": " << est_->curAngle
+        << ", idle " << est_->idleFrames;
+  }
+}
+
+// Each threshold, met and missed by one, over an agreeing history at 100.
+TEST_F(AnglePipeline, AcceptanceThresholdsAreStrict) {
+  const struct {
+    const char *what;
+    int passing, failing;
+    void (*atAge)(AnglePipeline *t, int back, int n);  // shapes ages 1..79
+  } cases[] = {
+      {"voiced frames", 20, 19, [](AnglePipeline *t, int back, int n) {
+         t->est_->decision.vadFlag[t->slot(back)] = back <= n; }},
+      {"speech frames", 12, 11, [](AnglePipeline *t, int back, int n) {
+         t->est_->decision.speechFlag[t->slot(back)] = back > 79 - n; }},
+      {"pooled frames", 20, 19, [](AnglePipeline *t, int back, int n) {  // 4 near, n - 5 far, one at age 61
+         if (back >= 5) t->setFrame(back, back < n || back == 60 ? 100 : kNone); }},
+      {"oldest pooled age", 50, 49, [](AnglePipeline *t, int back, int n) {
+         if (back >= n) t->setFrame(back, 140); }},
+      {"near agreement", 3, 2, [](AnglePipeline *t, int back, int n) {
+         if (back > n && back <= 4) t->setFrame(back, 107); }},
+  };
+  for (const auto &c : cases) {
     for (bool pass : {true, false}) {
       SetUp();
       est_->frameCursor = 3;  // the passes wrap through 99
       agreeingHistory(100);
-      c.shape(this, pass ? c.passing : c.failing);
+      for (int back = 1; back < 80; ++back) c.atAge(this, back, pass ? c.passing : c.failing);
       decideAt(20);
-      EXPECT_EQ(est_->curAngle, pass ? 100u : 230u) << c.what << (pass ? " passing" : " failing");
-      EXPECT_EQ(est_->idleFrames, pass ? 0 : 21) << c.what;
+      EXPECT_TRUE(est_->curAngle == (pass ? 100u : 230u) && est_->idleFrames == (pass ? 0 : 21))
+          << c.what << (pass ? " passing" : " failing");
     }
   }
 }
@@ -227,56 +208,21 @@ TEST_F(AnglePipeline, PoolingFollowsTheNearPoolsPeakAndTiesGoLow) {
   EXPECT_EQ(est_->curAngle, 100u);
 }
 
-TEST_F(AnglePipeline, SmoothingStepsTowardThePooledPeak) {
-  struct Case {
-    uint32_t cur;
-    int peak, idleBefore;
-    uint32_t published;
-  } cases[] = {
-      {90, 95, 19, 91},   {91, 95, 19, 92},  {90, 95, 79, 92},  {90, 92, 79, 92},
-      {90, 92, 19, 91},   {90, 91, 19, 91},  {90, 89, 79, 89},  {90, 96, 19, 96},
-      {90, 84, 19, 84},   {100, 95, 19, 99}, {100, 95, 79, 98}, {230, 17, 19, 17},
-      {231, 170, 19, 170},
-  };
-  for (const Case &c : cases) {
-    SetUp();
-    agreeingHistory(c.peak);
-    est_->curAngle = c.cur;
-    decideAt(c.idleBefore);
-    EXPECT_EQ(est_->curAngle, c.published) << c.cur << " -> " << c.peak << " at " << c.idleBefore;
-    EXPECT_EQ(est_->idleFrames, 0);
+// After 5000 idle frames without a direction the voice model restarts (the idle
+// count starts over); broadband noise is not a voice.
+TEST_F(AnglePipeline, LongIdleRestartsTheVoiceModelAndNoiseIsNotVoiced) {
+  const std::vector<float> noise = testsig::noiseAwayFromZero(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE, 300.0f, 9);
+  for (uint32_t cur : {230u, 90u}) {
+    est_->idleFrames = 5001;
+    est_->curAngle = cur;
+    process(noise.data());
+    EXPECT_EQ(est_->idleFrames, cur == 230u ? 1 : 5002) << cur;
   }
-}
-
-TEST_F(AnglePipeline, EveryCallPublishesLowBytesAndAdvancesBothCursors) {
-  std::vector<float> zeros(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE, 0.0f);
-  est_->frameCursor = 99;
-  est_->ringCursor = 7;
-  est_->idleFrames = 4;
-  est_->farEnd.farEndLatched = 1;
-  for (int back = 0; back < 17; ++back) est_->farEnd.farEndFlag[slot(back)] = 1;
-  process(zeros.data());  // null reference: the ring keeps its flags
-  EXPECT_TRUE(angle == 231 && aux == 230);
-  EXPECT_EQ(est_->farEnd.farEndFlag[99], 1u);
-  EXPECT_TRUE(est_->frameCursor == 0u && est_->ringCursor == 0u);
-
-  std::vector<float> spkin(ORIEN_FRAME_SIZE, 0.0f);
-  est_->farEnd.farEndFlag[0] = 1;
-  process(zeros.data(), spkin.data());  // a silent reference is inactive
-  EXPECT_EQ(est_->farEnd.farEndFlag[0], 0u);
-  EXPECT_TRUE(est_->frameCursor == 1u && est_->ringCursor == 1u);
-}
-
-TEST_F(AnglePipeline, VoiceModelRestartsAfterFiveThousandIdleFramesWithoutDirection) {
-  std::vector<float> zeros(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE, 0.0f);
-  est_->idleFrames = 5001;
-  process(zeros.data());
-  EXPECT_EQ(est_->idleFrames, 1);
-  est_->idleFrames = 5001;
-  est_->curAngle = 90;
-  process(zeros.data());
-  EXPECT_EQ(est_->idleFrames, 5002);
-  EXPECT_EQ(angle, 230);  // long stale
+  for (int f = 0; f < 20; ++f) {
+    const uint32_t s = est_->frameCursor;
+    process(noise.data());
+    EXPECT_EQ(est_->decision.vadFlag[s], 0u) << f;
+  }
 }
 
 // A quiet start, then a source from 30 degrees whose power grows by half each
@@ -304,56 +250,8 @@ TEST_F(AnglePipeline, SilentFrameSkipsTheNextTwoFramesAndAnalysesTheThird) {
     const int i = f - silent;
     const int peak = static_cast<int>(est_->peakAngles[s][0]);
     EXPECT_TRUE(i >= 5 || est_->holdCount == expectedHold[i]) << "frame " << f;
-    ASSERT_TRUE(i < 1 || est_->binSelectedCount > 30u) << "frame " << f;  // would scan
     EXPECT_TRUE(i < 3 ? peak == 230 : std::abs(peak - 120) <= 1) << "frame " << f << " peak " << peak;
   }
-}
-
-// The voice model's decision: broadband noise is not a voice, the talker is.
-TEST_F(AnglePipeline, NoiseIsNotVoicedButTheTalkerIs) {
-  const std::vector<float> noise = testsig::noiseAwayFromZero(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE, 300.0f, 9);
-  int voiced = 0;
-  for (int f = 0; f < 20; ++f) {
-    const uint32_t s = est_->frameCursor;
-    process(noise.data());
-    voiced += est_->decision.vadFlag[s];
-  }
-  EXPECT_EQ(voiced, 0);
-  std::vector<float> speech = makeVoicedSpeech(1.0, 48000, 3);
-  for (auto &x : speech) x *= 16000.0f;
-  const std::vector<float> planes = testsig::arrayFrom(speech, 0.0);
-  std::vector<float> frame(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE);
-  for (size_t f = 0; f < speech.size() / ORIEN_FRAME_SIZE; ++f) {
-    const uint32_t s = est_->frameCursor;
-    testsig::frameOf(planes, speech.size(), f, frame.data());
-    process(frame.data());
-    voiced += est_->decision.vadFlag[s];
-  }
-  EXPECT_GT(voiced, 10);
-}
-
-// The whole chain with the voice model: a synthetic talker from -35 degrees over
-// pink sensor noise is published as grid index 55 (within a degree).
-TEST_F(AnglePipeline, TalkerFromAKnownDirectionIsPublishedWithinOneDegree) {
-  std::vector<float> speech = makeVoicedSpeech(4.0, 48000, 3);
-  const size_t n = speech.size();
-  for (auto &x : speech) x *= 16000.0f;
-  std::vector<float> planes = testsig::arrayFrom(speech, -35.0);
-  for (int m = 0; m < ORIEN_MIC_NUM; ++m) {
-    std::vector<float> sensor = makeNoise(NoiseColour::Pink, n, 100 + m);
-    for (size_t i = 0; i < n; ++i) planes[m * n + i] += 30.0f * sensor[i];
-  }
-  std::vector<float> frame(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE);
-  int published = 0;
-  for (size_t f = 0; f < n / ORIEN_FRAME_SIZE; ++f) {
-    testsig::frameOf(planes, n, f, frame.data());
-    process(frame.data());
-    if (angle != 230) {
-      ++published;
-      ASSERT_LE(std::abs(angle - 55), 1) << "frame " << f;
-    }
-  }
-  EXPECT_GT(published, 20);
 }
 
 }  // namespace

@@ -1,11 +1,7 @@
-// The angle service: the test-mode level meter with its codes and report
-// frame, single loop turns over real capture pools, the service thread, and
-// the log contract of the angle subsystem.
-#include <gmock/gmock.h>
+// The angle service: single loop turns over real capture pools, with the
+// test-mode level report, and the log contract of the angle subsystem (the
+// service thread runs in the daemon tests).
 #include <gtest/gtest.h>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <functional>
@@ -13,11 +9,9 @@
 
 #include "audio/audioprocess.h"
 #include "audio/buffpool.h"
-#include "common/shared_word.h"
 #include "edge_config.h"
 #include "hostlink/host_protocol.h"
 #include "hostlink/uart.h"
-#include "lifecycle/process.h"
 #include "orienangle/module/angle_module.h"
 #include "orienangle/module/angle_service.h"
 #include "orienangle/module/level_meter.h"
@@ -25,75 +19,21 @@
 #include "support/output_capture.h"
 #include "support/sandbox.h"
 
-
 namespace {
 
 constexpr int kSamples = LEVEL_FRAME_SAMPLES;
 
-// An interleaved 8-channel frame whose channel c holds the constant amplitude[c].
-std::vector<int16_t> micFrame(const int16_t (&amplitude)[8]) {
+// An interleaved 8-channel frame of constant amplitudes; over a 250-frame period
+// A gives 10 log10(48000 A^2): 1000 -> 106, 10 -> 66, 1 -> 46, 0 -> 0.
+std::vector<int16_t> loudQuietSilent() {
+  const int16_t amplitude[8] = {1000, 10, 1, 0, 1000, 1000, 10, 0};
   std::vector<int16_t> f(kSamples * 8);
-  for (int i = 0; i < kSamples; ++i)
-    for (int c = 0; c < 8; ++c) f[8 * i + c] = static_cast<int16_t>(i % 2 ? -amplitude[c] : amplitude[c]);
+  for (int i = 0; i < kSamples * 8; ++i)
+    f[i] = static_cast<int16_t>(i / 8 % 2 ? -amplitude[i % 8] : amplitude[i % 8]);
   return f;
 }
-
-// Over a 250-frame period a constant amplitude A gives 10 log10(48000 A^2):
-// A = 1000 -> 106, A = 10 -> 66, A = 1 -> 46, A = 0 -> 0.
-const int16_t kLoudQuietSilent[8] = {1000, 10, 1, 0, 1000, 1000, 10, 0};
+const std::vector<int16_t> kMic = loudQuietSilent();
 const LevelThresholds kCodes = {0, 90, 50};
-
-void runPeriod(LevelMeter *m, int frames, const LevelThresholds &t, int16_t line = 1000) {
-  std::vector<int16_t> mic = micFrame(kLoudQuietSilent);
-  std::vector<int16_t> ref(kSamples, line);
-  for (int i = 0; i < frames; ++i) {
-    levelMeterAddMic(m, mic.data(), t);
-    levelMeterAddLine(m, ref.data(), t);
-  }
-}
-
-TEST(LevelMeter, RawDbValuesInSendRetMode) {
-  LevelMeter m;
-  levelMeterInit(&m);
-  stdoutOf([&] { runPeriod(&m, 250, {1, 90, 50}); });
-  uint8_t report[LEVEL_REPORT_BYTES];
-  ASSERT_TRUE(levelMeterTakeReport(&m, report));
-  const uint8_t expected[LEVEL_REPORT_BYTES] = {0xFF, 106, 66,  46, 0, 106,
-                                                106,  66,  0, 106, (106 * 4 + 66 * 2 + 46) & 0xFF};
-  EXPECT_EQ(0, memcmp(report, expected, sizeof report));
-}
-
-// A report needs a full period of both the microphones and the line-in.
-TEST(LevelMeter, ReportsAfterThe250thFrameNotThe249th) {
-  LevelMeter m;
-  levelMeterInit(&m);
-  uint8_t report[LEVEL_REPORT_BYTES];
-  EXPECT_EQ(stdoutOf([&] { runPeriod(&m, 249, kCodes); }), "");
-  EXPECT_FALSE(levelMeterTakeReport(&m, report));
-  stdoutOf([&] { runPeriod(&m, 1, kCodes); });
-  EXPECT_TRUE(levelMeterTakeReport(&m, report));
-  EXPECT_FALSE(levelMeterTakeReport(&m, report)) << "one report per period";
-
-  std::vector<int16_t> mic = micFrame(kLoudQuietSilent);
-  stdoutOf([&] {
-    for (int i = 0; i < 600; ++i) levelMeterAddMic(&m, mic.data(), kCodes);
-  });
-  EXPECT_FALSE(levelMeterTakeReport(&m, report)) << "no line-in, no level frame";
-}
-
-TEST(LevelMeter, LeavingTestModeRestartsTheCountButKeepsTheSums) {
-  LevelMeter m;
-  levelMeterInit(&m);
-  std::vector<int16_t> mic = micFrame(kLoudQuietSilent);
-  const std::string out = stdoutOf([&] {
-    for (int i = 0; i < 200; ++i) levelMeterAddMic(&m, mic.data(), kCodes);
-    levelMeterSkipMic(&m);
-    for (int i = 0; i < 249; ++i) levelMeterAddMic(&m, mic.data(), kCodes);
-  });
-  EXPECT_EQ(out, "");
-  // 450 frames of energy: 10 log10(450/250 x 48000 x 1e6) = 109.
-  EXPECT_NE(stdoutOf([&] { levelMeterAddMic(&m, mic.data(), kCodes); }).find("DBVal:109\n"), std::string::npos);
-}
 
 // Loop turns over the real pools, with the module's rings but no worker.
 class ServiceTurn : public testing::Test {
@@ -101,8 +41,7 @@ class ServiceTurn : public testing::Test {
   void SetUp() override {
     velquare_orienAngle_uninit();
     memset(&gVelquareSpeach, 0, sizeof gVelquareSpeach);
-    ASSERT_EQ(audioBuffCreate(), 0);
-    ASSERT_EQ(audioBuffSpkinCreate(), 0);
+    ASSERT_TRUE(audioBuffCreate() == 0 && audioBuffSpkinCreate() == 0);
     mic_ = &velquare_audioprocess_endpoint(AUDIOPROCESS_DIGITMIC)->pool;
     line_ = &velquare_audioprocess_endpoint(AUDIOPROCESS_LINEIN)->pool;
     ASSERT_TRUE(buffpool_create(mic_) == 0 && buffpool_create(line_) == 0);
@@ -152,11 +91,10 @@ TEST_F(ServiceTurn, TestModeMetersInsteadOfFeedingTheModuleAndSendsTheReport) {
   gHostCtrl.testMode = 1;
   gHostCtrl.micDBmax = 90;
   gHostCtrl.micDBmin = 50;
-  std::vector<int16_t> mic = micFrame(kLoudQuietSilent);
-  std::vector<int16_t> stereo(2 * kSamples, 1000);
+  const std::vector<int16_t> stereo(2 * kSamples, 1000);
   stdoutOf([&] {
     for (int i = 0; i < 250; ++i) {
-      push(mic_, mic.data(), ANGLE_SERVICE_MIC_FRAME_BYTES);
+      push(mic_, kMic.data(), ANGLE_SERVICE_MIC_FRAME_BYTES);
       push(line_, stereo.data(), ANGLE_SERVICE_LINE_FRAME_BYTES);
       angleServiceTurn(&svc_);
     }
@@ -166,33 +104,12 @@ TEST_F(ServiceTurn, TestModeMetersInsteadOfFeedingTheModuleAndSendsTheReport) {
   uartClose();
 }
 
-TEST(ServiceThread, OpensTheLineStartsTheModuleAndTearsBothDown) {
-  Sandbox box;
-  int master = posix_openpt(O_RDWR | O_NOCTTY);
-  ASSERT_GE(master, 0);
-  ASSERT_EQ(grantpt(master), 0);
-  ASSERT_EQ(unlockpt(master), 0);
-  ASSERT_EQ(symlink(ptsname(master), box.file("dev/ttyS1").c_str()), 0);
-  memset(&gHostCtrl, 0, sizeof gHostCtrl);
-
-  ASSERT_EQ(velquare_orienangle_proc_start(), 0);
-  EXPECT_TRUE(eventually([] { return angleWorkerActive(); }));
-  EXPECT_EQ(sharedLoad(gHostCtrl.uartOpened), 1);
-  EXPECT_EQ(gVelquareSpeach.micNum, 8);
-  EXPECT_EQ(gVelquareSpeach.frameSize, 960);
-  EXPECT_EQ(gVelquareSpeach.resultCallback, &onAngleResult);
-
-  velquare_orienangle_proc_stop();
-  EXPECT_TRUE(eventually([] { return !angleWorkerActive(); }));
-  EXPECT_TRUE(eventually([] { return sharedLoad(uartFd) == -1; })) << "the line is closed";
-  close(master);
-}
-
 // The subsystem's console lines, once, exactly: operators and log readers
 // depend on them. (The behaviour behind each is tested above and in the
 // module tests.)
 TEST(AngleLog, EachLineAsTheOperatorsKnowIt) {
   const std::vector<uint8_t> frame(ANGLE_MIC_FRAME_BYTES), ring(ANGLE_RING_BYTES + 1);
+  const std::vector<int16_t> line(kSamples, 10);
   LevelMeter m;
   const struct {
     const char *what;
@@ -224,11 +141,19 @@ TEST(AngleLog, EachLineAsTheOperatorsKnowIt) {
        "audio is full, gVelquareSpeach.setAudioBuffSpkinNum - gVelquareSpeach.getAudioBuffSpkinNum : 0\n"},
       {"init", [] { velquare_orienAngle_uninit(), velquare_orienAngle_init(8, 480, 16000, 8, nullptr); },
        "velquare_orienAngle_init : \nmicNum     : 8\nframeSize  : 480\nsampleRate : 16000\nbitDepth   : 8\n"},
-      {"level period", [&] { levelMeterInit(&m), runPeriod(&m, 250, kCodes, 10); },
-       "\nMDitgitMic(ch1):48000000000.000000, DBVal:106\nMDitgitMic(ch2):4800000.000000, DBVal:66->lowVolum\n"
-       "MDitgitMic(ch3):48000.000000, DBVal:46->noVolum\nMDitgitMic(ch4):0.000000, DBVal:0->noVolum\n"
-       "MDitgitMic(ch5):48000000000.000000, DBVal:106\nMDitgitMic(ch6):48000000000.000000, DBVal:106\n"
-       "MDitgitMic(ch7):4800000.000000, DBVal:66->lowVolum\nMDitgitMic(ch8):0.000000, DBVal:0->noVolum\n"
+      // Leaving test mode restarts the period's count but keeps the sums: 450 frames' energy.
+      {"level period", [&] {
+         levelMeterInit(&m);
+         for (int i = 0; i < 450; ++i) {
+           levelMeterAddMic(&m, kMic.data(), kCodes);
+           if (i == 199) levelMeterSkipMic(&m);
+           if (i >= 200) levelMeterAddLine(&m, line.data(), kCodes);
+         }
+       },
+       "\nMDitgitMic(ch1):86400000000.000000, DBVal:109\nMDitgitMic(ch2):8640000.000000, DBVal:69->lowVolum\n"
+       "MDitgitMic(ch3):86400.000000, DBVal:49->noVolum\nMDitgitMic(ch4):0.000000, DBVal:0->noVolum\n"
+       "MDitgitMic(ch5):86400000000.000000, DBVal:109\nMDitgitMic(ch6):86400000000.000000, DBVal:109\n"
+       "MDitgitMic(ch7):8640000.000000, DBVal:69->lowVolum\nMDitgitMic(ch8):0.000000, DBVal:0->noVolum\n"
        "\nMLineIn:4800000.000000, DBVal:66->lowVolum\n"},
   };
   velquare_orienAngle_uninit();

@@ -6,20 +6,15 @@
 #include <vector>
 
 #include "orienangle/estimator/estimator.h"
+#include "sim/noise.h"
 #include "sim/plane_wave.h"
 
 namespace testsig {
 
-// Uniform noise in [-amplitude, amplitude], reproducible from the seed.
+// White Gaussian noise of RMS `amplitude`, reproducible from the seed.
 inline std::vector<float> noise(size_t n, float amplitude, uint32_t seed) {
-  std::vector<float> v(n);
-  uint32_t s = seed * 2654435761u + 1u;
-  for (auto &x : v) {
-    s ^= s << 13;
-    s ^= s >> 17;
-    s ^= s << 5;
-    x = amplitude * (static_cast<float>(s & 0xFFFFFF) / 8388607.5f - 1.0f);
-  }
+  std::vector<float> v = makeNoise(NoiseColour::White, n, seed);
+  for (auto &x : v) x *= amplitude;
   return v;
 }
 
