@@ -1,7 +1,6 @@
 // The host link: command frames and the reader over a scripted byte stream;
 // over a pseudo-terminal the serial port layer and the rules by which
 // positions go out.
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <termios.h>
 #include <unistd.h>
@@ -161,9 +160,7 @@ TEST_F(HostProtocolTest, PositionsGoOutOnChangeOrRequestAndOncePerSecondInTheFir
 
 TEST_F(HostProtocolTest, UartOpensTheLineRaw8N1AndNonBlocking) {
   termios t{};
-  const int fd = open(line.slavePath().c_str(), O_RDWR | O_NOCTTY);
-  ASSERT_EQ(tcgetattr(fd, &t), 0);
-  close(fd);
+  ASSERT_EQ(tcgetattr(uartFd, &t), 0);  // the terminal's settings, whoever asks
   EXPECT_TRUE(cfgetospeed(&t) == B115200 && cfgetispeed(&t) == B115200);
   EXPECT_EQ(t.c_cflag & (CSIZE | PARENB | CSTOPB | CRTSCTS), static_cast<tcflag_t>(CS8));
   EXPECT_EQ((t.c_lflag & (ICANON | ECHO | ISIG)) | (t.c_iflag & (ICRNL | IXON)) | (t.c_oflag & OPOST), 0u);

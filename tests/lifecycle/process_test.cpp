@@ -21,10 +21,12 @@ namespace {
 
 using testing::HasSubstr;
 
-// Handles on PCMs that announce their closing, in all four endpoint records.
+// Handles on PCMs that announce their closing, in all four endpoint records;
+// the objects stay reachable, as nothing frees them before the process ends.
+ScriptedPcm *announcing[4];
 void openAnnouncingPcms() {
-  for (AudioEndpoint &endpoint : gEndpoints)
-    endpoint.pcm = (new ScriptedPcm("hw:0,3", SND_PCM_STREAM_CAPTURE, {}, true))->pcm();
+  for (int i = 0; i < 4; ++i)
+    gEndpoints[i].pcm = (announcing[i] = new ScriptedPcm("hw:0,3", SND_PCM_STREAM_CAPTURE, {}, true))->pcm();
 }
 
 // SIGABRT ends the process at once with status 1 and leaves the PCMs to the
