@@ -1,10 +1,7 @@
 #include "pty_line.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -26,7 +23,6 @@ PtyLine::PtyLine() {
 }
 
 PtyLine::~PtyLine() {
-  killSb();
   if (master_ >= 0) close(master_);
   if (slave_ >= 0) close(slave_);
 }
@@ -49,41 +45,3 @@ Bytes PtyLine::receive(size_t count, int timeoutMs) const {
 }
 
 Bytes PtyLine::receiveAll(int quietMs) const { return receive(SIZE_MAX, quietMs); }
-
-std::string PtyLine::receiveUntil(const std::string &until, int timeoutMs) const {
-  std::string got;
-  eventually([&] {
-    const Bytes b = receive(SIZE_MAX, 0);
-    got.append(b.begin(), b.end());
-    return got.find(until) != std::string::npos;
-  }, timeoutMs);
-  return got;
-}
-
-void PtyLine::startSb(const std::vector<std::string> &args) {
-  sb_ = fork();
-  if (sb_ != 0) return;
-  const int log = open("sb.log", O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  dup2(master_, 0);
-  dup2(master_, 1);
-  dup2(log, 2);
-  std::vector<char *> argv{const_cast<char *>("sb")};
-  for (const std::string &a : args) argv.push_back(const_cast<char *>(a.c_str()));
-  argv.push_back(nullptr);
-  execvp("sb", argv.data());
-  _exit(127);
-}
-
-bool PtyLine::waitSbExit(int timeoutMs) {
-  if (sb_ > 0 && !eventually([&] { return waitpid(sb_, nullptr, WNOHANG) == sb_; }, timeoutMs))
-    return false;
-  sb_ = -1;
-  return true;
-}
-
-void PtyLine::killSb() {
-  if (sb_ <= 0) return;
-  kill(sb_, SIGKILL);
-  waitpid(sb_, nullptr, 0);
-  sb_ = -1;
-}

@@ -1,9 +1,6 @@
 // A pseudo-terminal standing in for the host line: the slave appears at the
 // sandbox's serial device path, the test plays the host on the master.
 #pragma once
-#include <sys/types.h>
-#include <unistd.h>
-
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -28,16 +25,9 @@ class PtyLine {
   void send(const Bytes &bytes) const;                      // host -> device
   Bytes receive(size_t count, int timeoutMs = 2000) const;  // up to count bytes
   Bytes receiveAll(int quietMs = 50) const;                 // until the line is quiet
-  // Everything up to and including `until`, or all that came within timeoutMs.
-  std::string receiveUntil(const std::string &until, int timeoutMs) const;
-  // Starts lrzsz's `sb <args...>` on the host end, its messages to sb.log.
-  void startSb(const std::vector<std::string> &args);
-  bool waitSbExit(int timeoutMs);  // true once sb has ended
-  void killSb();
 
  private:
   int master_ = -1;
   int slave_ = -1;  // kept open so the line never hangs up while the device reopens
   std::string slavePath_;
-  pid_t sb_ = -1;
 };

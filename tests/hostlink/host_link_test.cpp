@@ -1,0 +1,212 @@
+// The host link: command frames and the reader over a scripted byte stream;
+// over a pseudo-terminal the serial port layer and the rules by which
+// positions go out.
+#include <gmock/gmock.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <thread>
+#include <tuple>
+#include <vector>
+
+#include "edge_config.h"
+#include "hostlink/host_command.h"
+#include "hostlink/host_protocol.h"
+#include "hostlink/uart.h"
+#include "lifecycle/process.h"
+#include "lifecycle/state_segment.h"
+#include "pty_line.h"
+#include "support/output_capture.h"
+#include "support/sandbox.h"
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using K = HostCommandKind;
+
+namespace {
+
+// A scripted line: each receive hands out at most two bytes and every third
+// one none, so frames arrive split. The end of the script clears the run flag.
+Bytes script;
+size_t scriptAt = 0;
+int receives = 0;
+int32_t scriptRun = 1;
+std::vector<K> executed;
+
+int scriptedRecv(uint8_t *buf, int len) {
+  if (scriptAt == script.size()) {
+    scriptRun = 0;
+    return -1;
+  }
+  if (++receives % 3 == 0) return -1;  // nothing came
+  const size_t n = std::min({script.size() - scriptAt, size_t{2}, static_cast<size_t>(len)});
+  std::copy_n(script.begin() + scriptAt, n, buf);
+  scriptAt += n;
+  return static_cast<int>(n);
+}
+
+std::vector<K> readAll(Bytes bytes, int32_t updating = 0) {
+  script = std::move(bytes);
+  scriptAt = 0;
+  scriptRun = 1;
+  executed.clear();
+  gHostCtrl = HostCtrl{};
+  gHostCtrl.uartOpened = 1;
+  gHostCtrl.isUpdating = updating;
+  const HostExecuteFunc record = [](const HostCommand &c) { executed.push_back(c.kind); };
+  stdoutOf([&] { hostCommandLoop(scriptedRecv, record, scriptRun); });
+  return executed;
+}
+
+Bytes positionFrame(uint8_t p) { return {0xFF, 0x00, p, 0x02, 0x01, static_cast<uint8_t>(p + 3)}; }
+
+struct HostProtocolTest : testing::Test {
+  Sandbox sandbox;
+  PtyLine line;
+  void SetUp() override {
+    gHostCtrl = HostCtrl{};
+    lastPosi = 230;
+    ASSERT_EQ(velquare_shm_create(), 0);
+    ASSERT_EQ(uartOpen(QV_SERIAL_DEVICE, 115200, 0, 8, 1, 0), 0);
+    gHostCtrl.uartOpened = 1;
+  }
+};
+
+}  // namespace
+
+TEST(HostDecode, RecognisesCommandsAndIgnoresMalformedFrames) {
+  const struct { std::vector<uint8_t> frame; K kind; } cases[] = {
+      {{0x81, 0x01, 0x0D, 0x00, 0x01, 0xFF}, K::Reboot},
+      {{0x81, 0x01, 0x0D, 0x00, 0x02, 0xFF}, K::GetPosition},
+      {{0x81, 0x01, 0x0E, 0x7F, 0x00, 0xFF}, K::Update},
+      {{0x81, 0x01, 0x0E, 0x12, 0x01, 0xFF}, K::StopTest},
+      {{0x81, 0x01, 0x0E, 0x7F, 0x01, 0xFF}, K::StartTest},  // near misses of update and stop
+      {{0x81, 0x01, 0x0E, 0x7F, 0x00, 0xFE}, K::Ignored},  // bad end byte
+      {{0x80, 0x01, 0x0D, 0x00, 0x02, 0xFF}, K::Ignored},  // bad start byte
+      {{0x81, 0x02, 0x0D, 0x00, 0x02, 0xFF}, K::Ignored},  // bad address
+      {{0x81, 0x01, 0x0C, 0x00, 0x02, 0xFF}, K::Ignored},  // unknown group
+      {{0x81, 0x01, 0x0D, 0x00, 0x03, 0xFF}, K::Ignored},  // unknown system command
+  };
+  for (const auto &c : cases) {
+    const HostCommand got = hostDecodeFrame(c.frame.data());
+    EXPECT_EQ(std::make_tuple(got.kind, got.a, got.b), std::make_tuple(c.kind, c.frame[3], c.frame[4]))
+        << std::hex << int(c.frame[3]) << " " << int(c.frame[4]);
+  }
+}
+
+TEST(HostThresholds, FollowSwapAndDefaultRules) {
+  const struct { uint8_t a, b; int32_t retMode; uint32_t max, min; } cases[] = {
+      {0x12, 0x05, 0, 18, 5},     // plain
+      {0x00, 0x00, 0, 95, 90},    // both defaulted
+      {0x85, 0x1E, 1, 30, 5},     // raw dB, swapped
+      {0x32, 0x00, 0, 50, 90},    // lower default lands above the upper
+      {0x00, 0x05, 0, 5, 90},     // swap brings a zero lower threshold
+      {0xFF, 0xFF, 1, 127, 127},  // bit 7 of B is dropped
+  };
+  for (const auto &c : cases) {
+    const TestThresholds t = hostTestThresholds(c.a, c.b);
+    EXPECT_EQ(std::make_tuple(t.sendRetMode, t.micDBmax, t.micDBmin), std::make_tuple(c.retMode, c.max, c.min))
+        << std::hex << int(c.a) << " " << int(c.b);
+  }
+}
+
+TEST(HostReader, SkipsGarbageReadsSplitAndBackToBackFramesAndDropsBadOnes) {
+  EXPECT_THAT(readAll({0x00, 0x12, 0xFF, 0x81, 0x01, 0x0D, 0x00, 0x02, 0xFF,  // garbage first
+                       0x81, 0x01, 0x0E, 0x12, 0x01, 0xFF,                    // back to back
+                       0x81, 0x01, 0x0E, 0x7F, 0x00, 0xFE,                    // bad end byte
+                       0x81, 0x01, 0x0D, 0x00, 0x01, 0xFF,                    // reboot
+                       0x81, 0x01, 0x0D}),                                    // partial: never completes
+              ElementsAre(K::GetPosition, K::StopTest, K::Ignored, K::Reboot));
+}
+
+TEST(HostReader, StaysOffTheLineWhileAnUpdateOwnsIt) {
+  std::thread stopper([] {
+    usleep(250000);  // two idle pauses
+    __atomic_store_n(&scriptRun, 0, __ATOMIC_RELEASE);
+  });
+  EXPECT_TRUE(readAll({0x81, 0x01, 0x0D, 0x00, 0x02, 0xFF}, 1).empty());
+  stopper.join();
+  EXPECT_EQ(scriptAt, 0u);  // not a byte read
+}
+
+// Each row: the second of running time, test mode, update running, a get
+// position request before, the position reported, and what goes out.
+TEST_F(HostProtocolTest, PositionsGoOutOnChangeOrRequestAndOncePerSecondInTheFirstMinute) {
+  const struct { uint32_t second; int32_t testMode, updating, asked; uint32_t position; Bytes sent; } steps[] = {
+      {3, 1, 0, 0, 12, {}},                                    // nothing in test mode
+      {4, 0, 1, 0, 12, {}},                                    // nor during an update,
+      {4, 0, 0, 0, 230, {}},                                   // yet the repeat clock moved
+      {5, 0, 0, 0, 230, positionFrame(230)},                   // unchanged, but second 5 is due
+      {5, 0, 0, 0, 230, {}},                                   // once a second
+      {6, 0, 0, 0, 40, positionFrame(40) + positionFrame(40)},  // the change, then the repeat
+      {59, 0, 0, 0, 40, positionFrame(40)},
+      {60, 0, 0, 0, 40, {}},  // after the first minute only changes go out
+      {61, 0, 0, 0, 37, {0xFF, 0x00, 0x25, 0x02, 0x01, 0x28}},
+      {62, 0, 0, 0, 0xFE, {0xFF, 0x00, 0xFE, 0x02, 0x01, 0x01}},  // the checksum wraps
+      {63, 0, 0, 1, 0xFE, positionFrame(0xFE)},                   // asked for: sent unchanged,
+      {64, 0, 0, 0, 0xFE, {}},                                    // once
+      {65, 0, 0, 0, 300, positionFrame(44)},                      // only the low byte goes out
+  };
+  for (const auto &s : steps) {
+    runSeconds = s.second;
+    std::tie(gHostCtrl.testMode, gHostCtrl.isUpdating) = std::make_tuple(s.testMode, s.updating);
+    if (s.asked) stdoutOf([] { hostExecuteCommand({K::GetPosition, 0x00, 0x02}); });
+    stdoutOf([&] { onAngleResult(s.position); });
+    EXPECT_EQ(line.receiveAll(), s.sent) << "second " << s.second << ", position " << s.position;
+    EXPECT_EQ(velquare_shm_get()->position, s.position & 0xFF);  // mirrored, sent or not
+  }
+}
+
+TEST_F(HostProtocolTest, UartOpensTheLineRaw8N1AndNonBlocking) {
+  termios t{};
+  ASSERT_EQ(tcgetattr(uartFd, &t), 0);  // the terminal's settings, whoever asks
+  EXPECT_TRUE(cfgetospeed(&t) == B115200 && cfgetispeed(&t) == B115200);
+  EXPECT_EQ(t.c_cflag & (CSIZE | PARENB | CSTOPB | CRTSCTS), static_cast<tcflag_t>(CS8));
+  EXPECT_EQ((t.c_lflag & (ICANON | ECHO | ISIG)) | (t.c_iflag & (ICRNL | IXON)) | (t.c_oflag & OPOST), 0u);
+  uint8_t byte;
+  EXPECT_EQ(uartRecv(&byte, 1), -1);  // nothing came: a poll, not a wait
+}
+
+// With the device missing the open fails loudly and the position stays
+// unsent; a later callback opens the line and sends it.
+TEST_F(HostProtocolTest, ClosedLineIsOpenedByTheCallbackAndKeepsAPendingChange) {
+  runSeconds = 100;
+  uartClose();
+  uartFd = 7;  // whatever it was before, a failed open stores -1
+  gHostCtrl.uartOpened = 0;
+  unlink(QV_SERIAL_DEVICE);
+  const std::string err =
+      stderrOf([] { EXPECT_THAT(stdoutOf([] { onAngleResult(70); }), HasSubstr("uart open err.\n")); });
+  EXPECT_THAT(err, testing::AllOf(HasSubstr("Can't Open Serial Port"), HasSubstr("SetupSerial 1")));
+  EXPECT_EQ(std::make_tuple(uartFd, gHostCtrl.uartOpened, lastPosi), std::make_tuple(-1, 0, uint8_t{230}));
+  ASSERT_EQ(symlink(line.slavePath().c_str(), QV_SERIAL_DEVICE), 0);
+  stdoutOf([] { onAngleResult(70); });
+  EXPECT_EQ(gHostCtrl.uartOpened, 1);
+  EXPECT_EQ(line.receiveAll(), positionFrame(70));
+}
+
+// The host link's console lines, once, exactly: operators and log readers
+// depend on them. (The behaviour behind each is tested above.)
+TEST_F(HostProtocolTest, LogLinesAsTheOperatorsKnowThem) {
+  runSeconds = 100;
+  const struct { HostCommand command; int32_t testModeAfter; const char *text; } cases[] = {
+      {{K::StartTest, 0x85, 0x1E}, 1,
+       "-->velquare_uart_proc 1616: start test mode..\n"
+       "-->velquare_uart_proc 1633: sendRetMode:1, micDBmax:30, micDBmin:5\n"},
+      {{K::Update, 0x7F, 0x00}, 1, ""},  // refused in test mode
+      {{K::StopTest, 0x12, 0x01}, 0, "-->velquare_uart_proc 1610: stop test mode..\n"},
+      {{K::GetPosition, 0x00, 0x02}, 0, "-->velquare_uart_proc 1649: recv get posi cmd and send posi..\n"},
+      {{K::Reboot, 0x00, 0x01}, 0, "-->velquare_uart_proc 1640: recv reboot cmd and reboot..\n"},
+  };
+  for (const auto &c : cases) {
+    EXPECT_EQ(stdoutOf([&] { hostExecuteCommand(c.command); }), c.text);
+    EXPECT_EQ(gHostCtrl.testMode, c.testModeAfter) << c.text;
+  }
+  EXPECT_EQ(sandbox.read("commands.log"), "sync\nreboot\n");  // sync first, then reboot
+  EXPECT_EQ(std::make_tuple(gHostCtrl.sendRetMode, gHostCtrl.micDBmax, gHostCtrl.micDBmin), std::make_tuple(1, 30u, 5u));
+  EXPECT_EQ(stdoutOf([] { onAngleResult(37); }),
+            "----------------------------> posi : 37\nsend data is :\nff 00 25 02 01 28 \n");
+  const uint8_t bytes[] = {0x81, 0x0d};
+  EXPECT_EQ(stdoutOf([&] { uartSend(bytes, 2); }), "send data is :\n81 0d \n");
+}
