@@ -4,10 +4,10 @@
 #include <sys/shm.h>
 
 #include <csignal>
-#include <thread>
 
 #include "support/alsa_sandbox.h"
 #include "support/daemon_process.h"
+#include "support/eventually.h"
 
 namespace {
 
@@ -21,9 +21,8 @@ pid_t lastDaemonPid(const std::string &log) {
 
 bool heartbeatMoves() {  // within 20 s
   const uint32_t first = readStateSegment("root").heartbeat;
-  for (int i = 0; i < 200; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(100)))
-    if (readStateSegment("root").present && readStateSegment("root").heartbeat != first) return true;
-  return false;
+  return eventually([&] { return readStateSegment("root").present && readStateSegment("root").heartbeat != first; },
+                    20000);
 }
 
 void setUpdateWord(int32_t value) {  // the segment is 0666, as a daemon in an update writes it
@@ -49,7 +48,7 @@ TEST(Supervisor, RestartsAStoppedDaemonButNeverDuringAnUpdate) {
   setUpdateWord(1);
   kill(lastDaemonPid(supervisor.out()), SIGSTOP);
   ASSERT_TRUE(supervisor.waitForOutput("during an update: not restarting", kWait)) << supervisor.out();
-  std::this_thread::sleep_for(std::chrono::seconds(3));
+  sleep(3);
   EXPECT_EQ(countOccurrences(supervisor.out(), kStarted), 2);
   setUpdateWord(0);
   ASSERT_TRUE(supervisor.waitForOutput(kStarted, kWait, 3)) << supervisor.out();

@@ -5,32 +5,21 @@
 // byte puts one line fault on the next chunk: a flipped bit, a chunk cut
 // short, a header byte turned into EOT, a lost chunk, an earlier chunk again.
 // Whatever happens, a file reported complete is exactly the file sent.
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <string>
 #include <vector>
 
+#include "../update/ymodem_sender_block.h"
 #include "update/ymodem_block.h"
-#include "update/ymodem_crc16.h"
-
-namespace {
-std::string block(uint8_t seq, std::string data) {
-  data.resize(kYmodemDataBytes, '\x1a');
-  const uint16_t crc = velquare_ymodem_crc16(reinterpret_cast<const uint8_t *>(data.data()), kYmodemDataBytes);
-  return std::string{static_cast<char>(kYmodemSoh), static_cast<char>(seq), static_cast<char>(~seq)} + data +
-         static_cast<char>(crc >> 8) + static_cast<char>(crc & 0xff);
-}
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (size < 2) return 0;
   std::string file((data[0] | data[1] << 8) % 3000, '\0');
   for (size_t i = 0; i < file.size(); ++i) file[i] = static_cast<char>(i * 37 + data[0]);
-  std::vector<std::string> units{block(0, "quenvarile_ota" + std::string(1, '\0') + std::to_string(file.size()))};
+  std::vector<std::string> units{ymodemBlock(0, "quenvarile_ota" + std::string(1, '\0') + std::to_string(file.size()))};
   for (size_t at = 0; at < file.size(); at += kYmodemDataBytes)
-    units.push_back(block(static_cast<uint8_t>(units.size()), file.substr(at, kYmodemDataBytes)));
-  units.insert(units.end(), {"\x04", "\x04", block(0, "")});
+    units.push_back(ymodemBlock(static_cast<uint8_t>(units.size()), file.substr(at, kYmodemDataBytes)));
+  units.insert(units.end(), {"\x04", "\x04", ymodemBlock(0, "")});
 
   YmodemFile rx;
   velquare_ymodem_file_reset(&rx);

@@ -4,67 +4,60 @@
 // publish no direction.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdlib>
+#include <sstream>
 
 #include "support/sandbox.h"
 #include "tool_run.h"
 
 namespace {
-const std::string kSimulate = QV_SIMULATE_PATH;
-const std::string kReplay = QV_REPLAY_PATH;
 constexpr int kNone = 230, kFarEnd = 231;
 constexpr double kSettleSeconds = 2.5;  // the first direction comes about 1.1 s after the talker starts
 
-std::vector<ReplayLine> simulateAndReplay(const std::string &simArgs) {
-  EXPECT_EQ(0, runTool(kSimulate + " " + simArgs + " array.wav linein.wav 2>/dev/null").status) << simArgs;
-  const ToolResult rep = runTool(kReplay + " array.wav linein.wav 2>/dev/null");
-  EXPECT_EQ(0, rep.status);
-  return parseReplay(rep.output);
-}
-
-// Over the lines in (from, to]: how many, how many publish a direction, and its worst error.
-struct Accuracy {
-  int considered = 0, published = 0, worstError = 0;
+struct ReplayLine {
+  double time;
+  int angle;  // the published byte: 0..180 direction index, 230 none, 231 loudspeaker
 };
-Accuracy accuracyIn(const std::vector<ReplayLine> &lines, double from, double to, int thetaDeg) {
-  Accuracy a;
-  for (const ReplayLine &l : lines) {
-    if (l.time <= from || l.time > to) continue;
-    ++a.considered;
-    if (l.angle > 180) continue;
-    ++a.published;
-    a.worstError = std::max(a.worstError, std::abs(l.angle - 90 - thetaDeg));
-  }
-  return a;
+
+// The replay tool's "time_seconds,angle_byte" lines for a simulated recording.
+std::vector<ReplayLine> simulateAndReplay(const std::string &simArgs) {
+  EXPECT_EQ(0, runTool(QV_SIMULATE_PATH " " + simArgs + " array.wav linein.wav 2>/dev/null").status) << simArgs;
+  const ToolResult replay = runTool(std::string(QV_REPLAY_PATH) + " array.wav linein.wav 2>/dev/null");
+  EXPECT_EQ(0, replay.status);
+  std::istringstream in(replay.output);
+  std::vector<ReplayLine> lines;
+  char comma;
+  for (ReplayLine l{}; in >> l.time >> comma >> l.angle;) lines.push_back(l);
+  return lines;
 }
 }  // namespace
 
+// A talker in noise: from the settling time on, half the frames or more
+// publish a direction, and none is more than 2 degrees off. A moving talker is
+// checked between its moves, with a second more to settle after one.
 TEST(ReplayAccuracy, TalkerInNoiseIsPublishedWithinTwoDegrees) {
   Sandbox box;
-  // Real synthesised speech when espeak-ng is installed, else the synthetic voiced talker.
-  const bool espeak = std::system("command -v espeak-ng >/dev/null 2>&1") == 0 &&
-                      std::system("espeak-ng -w say.wav 'Please turn the light on in the kitchen, "
-                                  "and tell me the weather for tomorrow morning, thank you.' 2>/dev/null") == 0;
-  const std::string talker = espeak ? "say.wav" : "synthetic:6";
-  const std::pair<int, const char *> cases[] = {{-60, "--snr 10"}, {-20, "--snr 10 --noise white"}, {35, "--snr 10"}, {70, "--snr 15"}};
-  for (const auto &[theta, noise] : cases) {
-    const std::vector<ReplayLine> lines = simulateAndReplay(std::string(noise) + " " + talker + " " + std::to_string(theta));
-    ASSERT_GT(lines.size(), 200u);  // one line per 20 ms frame
-    EXPECT_NEAR(0.02, lines.front().time, 1e-9);
-    const Accuracy a = accuracyIn(lines, kSettleSeconds, lines.back().time, theta);
-    EXPECT_GE(a.published, a.considered / 2) << theta << " deg: too few frames publish a direction";
-    EXPECT_LE(a.worstError, 2) << theta << " deg " << noise << " " << talker;
+  const struct {
+    const char *args;
+    int theta;
+    double from, to;  // seconds
+  } cases[] = {{"--snr 10 synthetic:6 -60", -60, kSettleSeconds, 99},
+               {"--snr 10 --noise white synthetic:6 -20", -20, kSettleSeconds, 99},
+               {"--snr 10 synthetic:6 35", 35, kSettleSeconds, 99},
+               {"--snr 15 synthetic:6 70", 70, kSettleSeconds, 99},
+               {"--snr 15 synthetic:10 0:-30,5:45", -30, kSettleSeconds, 5},
+               {"--snr 15 synthetic:10 0:-30,5:45", 45, 5 + kSettleSeconds + 1, 99}};
+  for (const auto &c : cases) {
+    const std::vector<ReplayLine> lines = simulateAndReplay(c.args);
+    ASSERT_GT(lines.size(), 200u) << c.args;  // one line per 20 ms frame
+    int considered = 0, published = 0;
+    for (const ReplayLine &l : lines) {
+      if (l.time <= c.from || l.time > c.to) continue;
+      ++considered;
+      published += l.angle <= 180;
+      EXPECT_TRUE(l.angle > 180 || std::abs(l.angle - 90 - c.theta) <= 2) << c.args << ": " << l.angle << " at " << l.time;
+    }
+    EXPECT_GE(published, considered / 2) << c.args << ": too few frames publish a direction";
   }
-}
-
-TEST(ReplayAccuracy, TalkerMovingBetweenDirectionsIsFollowed) {
-  Sandbox box;
-  const std::vector<ReplayLine> lines = simulateAndReplay("--snr 15 synthetic:10 0:-30,5:45");
-  EXPECT_LE(accuracyIn(lines, kSettleSeconds, 5.0, -30).worstError, 2);
-  const Accuracy second = accuracyIn(lines, 5.0 + kSettleSeconds + 1.0, 10.0, 45);
-  EXPECT_GT(second.published, 0);
-  EXPECT_LE(second.worstError, 2);
 }
 
 TEST(ReplayAccuracy, NoiseAloneSilenceAndTheLoudspeakerAlonePublishNoDirection) {
@@ -72,7 +65,7 @@ TEST(ReplayAccuracy, NoiseAloneSilenceAndTheLoudspeakerAlonePublishNoDirection) 
   for (const char *args : {"--noise-level -50 --seconds 5 none 0", "--seconds 3 none 0"})
     for (const ReplayLine &l : simulateAndReplay(args)) ASSERT_EQ(kNone, l.angle) << args << " at " << l.time;
 
-  ASSERT_EQ(0, runTool(kSimulate + " synthetic:5 0 programme.wav unused.wav 2>/dev/null").status);
+  ASSERT_EQ(0, runTool(QV_SIMULATE_PATH " synthetic:5 0 programme.wav unused.wav 2>/dev/null").status);
   int latched = 0;
   for (const ReplayLine &l : simulateAndReplay("--speaker programme.wav --speaker-level -20 --noise-level -60 none 0")) {
     ASSERT_TRUE(l.angle == kNone || l.angle == kFarEnd) << "direction " << l.angle << " at " << l.time;
