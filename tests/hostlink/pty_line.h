@@ -25,6 +25,7 @@ class PtyLine {
   void send(const Bytes &bytes) const;                      // host -> device
   Bytes receive(size_t count, int timeoutMs = 2000) const;  // up to count bytes
   Bytes receiveAll(int quietMs = 50) const;                 // until the line is quiet
+  std::string receiveUntil(const std::string &until, int timeoutMs) const;  // text seen or time out
 
  private:
   int master_ = -1;
