@@ -18,10 +18,10 @@
 namespace {
 
 constexpr double kFrameSeconds = 0.020;
-constexpr double kSeconds = 6.0;       // recording cycled through by the frame benchmarks
+constexpr double kSeconds = 6.0;  // recording cycled through by the frame benchmarks
 constexpr double kTalkerDegrees = 30.0;
 constexpr double kSnrDb = 20.0;
-constexpr size_t kWarmFrames = 150;    // settles trackers and smoothed powers
+constexpr size_t kWarmFrames = 150;  // settles trackers and smoothed powers
 
 const BenchRecording &recording() {
   static const BenchRecording rec(kSeconds, kTalkerDegrees, kSnrDb, 1);
@@ -36,8 +36,9 @@ using EstimatorPtr = std::unique_ptr<OrienAngleEstimator, EstimatorDeleter>;
 EstimatorPtr warmEstimator() { return EstimatorPtr(benchWarmEstimator(recording(), kWarmFrames)); }
 
 void reportBudget(benchmark::State &state) {
-  state.counters["budget"] = benchmark::Counter(static_cast<double>(state.iterations()) * kFrameSeconds,
-                                                benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+  state.counters["budget"] =
+      benchmark::Counter(static_cast<double>(state.iterations()) * kFrameSeconds,
+                         benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 
 // The whole pipeline as the worker runs it, frame after frame of speech.
@@ -85,7 +86,9 @@ void scanBenchmark(benchmark::State &state) {
 }
 // The spatial scan alone, all 480 bins selected: the optimized and the plain scan.
 void BM_Scan(benchmark::State &state) { scanBenchmark<spatialSpectrumScan>(state); }
-void BM_ScanReference(benchmark::State &state) { scanBenchmark<spatialSpectrumScanReference>(state); }
+void BM_ScanReference(benchmark::State &state) {
+  scanBenchmark<spatialSpectrumScanReference>(state);
+}
 
 // The 9 transforms of a frame: 8 microphones and the loudspeaker reference.
 void BM_Transforms(benchmark::State &state) {
@@ -97,7 +100,8 @@ void BM_Transforms(benchmark::State &state) {
     for (int m = 0; m < ORIEN_MIC_NUM; ++m)
       spectrumAnalyseBlock(est->transformPlan, est->micHistory[m], frame + m * ORIEN_FRAME_SIZE,
                            est->scratch.spectra[m]);
-    spectrumAnalyseBlock(est->transformPlan, est->farEnd.refHistory, rec.reference(i), est->scratch.refSpectrum);
+    spectrumAnalyseBlock(est->transformPlan, est->farEnd.refHistory, rec.reference(i),
+                         est->scratch.refSpectrum);
     benchmark::ClobberMemory();
     ++i;
   }
@@ -138,7 +142,8 @@ void BM_VoiceModel(benchmark::State &state) {
   for (auto _ : state) {
     const float *mic0 = rec.frame(i);
     benchmark::DoNotOptimize(rnnoise_process_frame(est->denoiser, gains, mic0));
-    benchmark::DoNotOptimize(rnnoise_process_frame(est->denoiser, gains, mic0 + PIPE_DENOISE_BLOCK));
+    benchmark::DoNotOptimize(
+        rnnoise_process_frame(est->denoiser, gains, mic0 + PIPE_DENOISE_BLOCK));
     ++i;
   }
   reportBudget(state);

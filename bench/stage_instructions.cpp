@@ -52,20 +52,24 @@ void frameWorst(Run *r) {
   frameTypical(r);
 }
 void scan(Run *r) { r->sink += spatialSpectrumScan(r->est, r->est->scratch.spectra); }
-void scanReference(Run *r) { r->sink += spatialSpectrumScanReference(r->est, r->est->scratch.spectra); }
+void scanReference(Run *r) {
+  r->sink += spatialSpectrumScanReference(r->est, r->est->scratch.spectra);
+}
 // The 9 analysis blocks of a frame through the given plan (null: the reference transform).
 void analyseBlocks(Run *r, RealTransformPlan *plan) {
   const size_t i = r->frame++;
   for (int m = 0; m < ORIEN_MIC_NUM; ++m)
     spectrumAnalyseBlock(plan, r->est->micHistory[m], r->rec->frame(i) + m * ORIEN_FRAME_SIZE,
                          r->est->scratch.spectra[m]);
-  spectrumAnalyseBlock(plan, r->est->farEnd.refHistory, r->rec->reference(i), r->est->scratch.refSpectrum);
+  spectrumAnalyseBlock(plan, r->est->farEnd.refHistory, r->rec->reference(i),
+                       r->est->scratch.refSpectrum);
 }
 void transforms(Run *r) { analyseBlocks(r, r->est->transformPlan); }
 void transformsReference(Run *r) { analyseBlocks(r, nullptr); }
 void frontEnd(Run *r) {
   const size_t i = r->frame++;
-  orienAngleFrameAnalyse(r->est, r->rec->frame(i), r->est->scratch.frontEnd, r->est->scratch.spectra);
+  orienAngleFrameAnalyse(r->est, r->rec->frame(i), r->est->scratch.frontEnd,
+                         r->est->scratch.spectra);
 }
 void voiceModel(Run *r) {
   const float *mic0 = r->rec->frame(r->frame++);
@@ -95,12 +99,17 @@ struct NamedStage {
   bool allBins;  // every bin selected before the repeats
 };
 const NamedStage kStages[] = {
-    {"frame-typical", frameTypical, false}, {"frame-worst", frameWorst, false},
-    {"scan", scan, true},                   {"scan-reference", scanReference, true},
-    {"transforms", transforms, false},      {"transforms-reference", transformsReference, false},
+    {"frame-typical", frameTypical, false},
+    {"frame-worst", frameWorst, false},
+    {"scan", scan, true},
+    {"scan-reference", scanReference, true},
+    {"transforms", transforms, false},
+    {"transforms-reference", transformsReference, false},
     {"front-end", frontEnd, false},
-    {"voice-model", voiceModel, false},     {"create", create, false},
-    {"steering", steering, false},          {"steering-reference", steeringReference, false},
+    {"voice-model", voiceModel, false},
+    {"create", create, false},
+    {"steering", steering, false},
+    {"steering-reference", steeringReference, false},
 };
 
 // The counted part: the repeats alone.
@@ -131,7 +140,8 @@ int main(int argc, char **argv) {
   Run run{&rec, benchWarmEstimator(rec, kWarmFrames), kWarmFrames, 0};
   if (stage->allBins) benchSelectAllBins(run.est);
   // The plain scan reads the full steering table, which only it needs.
-  if (stage->run == scanReference && orienAngleEstimatorUseReferenceArithmetic(run.est) != 0) return 1;
+  if (stage->run == scanReference && orienAngleEstimatorUseReferenceArithmetic(run.est) != 0)
+    return 1;
   measured(stage->run, &run, repeats);
   orienAngleEstimatorDestroy(run.est);
   std::printf("%s: %d repeats (%d)\n", stage->name, repeats, run.sink & 1);

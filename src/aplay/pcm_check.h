@@ -3,7 +3,8 @@
 
 // Writes the C library's assertion message and aborts; the abort reaches
 // program_exit through the SIGABRT handler.
-[[noreturn]] void pcmAssertFailed(const char *expression, const char *file, unsigned line, const char *function);
+[[noreturn]] void pcmAssertFailed(const char *expression, const char *file, unsigned line,
+                                  const char *function);
 
 // A negotiation step that must not fail: the sample player's assert(err >= 0),
 // kept in release builds (NDEBUG) as well.

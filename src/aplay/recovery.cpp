@@ -34,8 +34,10 @@ void xrun(snd_pcm_t *pcm, int stream) {
       diff.tv_sec--;
       diff.tv_usec += kMicrosPerSecond;
     }
-    fprintf(stderr, "%s!!! (at least %.3f ms long)\n", stream == SND_PCM_STREAM_PLAYBACK ? "underrun" : "overrun",
-            diff.tv_sec * 1000.0 + diff.tv_usec / 1000.0);  // time_t is 32-bit on the board: no integer product
+    fprintf(stderr, "%s!!! (at least %.3f ms long)\n",
+            stream == SND_PCM_STREAM_PLAYBACK ? "underrun" : "overrun",
+            diff.tv_sec * 1000.0 +
+                diff.tv_usec / 1000.0);  // time_t is 32-bit on the board: no integer product
     if ((res = snd_pcm_prepare(pcm)) < 0) {
       QV_PCM_ERROR("xrun: prepare error: %s", snd_strerror(res));
       program_exit(1);

@@ -17,9 +17,9 @@ namespace {
 constexpr snd_pcm_uframes_t kMicBufferFrames = 8192;   // 8-channel capture: 170 ms
 constexpr snd_pcm_uframes_t kLineBufferFrames = 4096;  // line-in and line-out: 85 ms
 constexpr unsigned kPeriodsPerBuffer = 4;
-constexpr double kRateHighLimit = 1.05;                // granted rates outside 95%..105% of the request
-constexpr double kRateLowLimit = 0.95;                 // are reported (not fatal)
-constexpr int kLastFormatValue = 52;                   // highest format listed when S16_LE is refused
+constexpr double kRateHighLimit = 1.05;  // granted rates outside 95%..105% of the request
+constexpr double kRateLowLimit = 0.95;   // are reported (not fatal)
+constexpr int kLastFormatValue = 52;     // highest format listed when S16_LE is refused
 constexpr int kMicrosPerSecond = 1000000;
 constexpr int kStopDelayMicros = 0;
 
@@ -40,14 +40,16 @@ void warnInaccurateRate(snd_pcm_t *pcm, unsigned requested, unsigned granted) {
     plugHint[0] = 0;
   else
     snprintf(plugHint, sizeof plugHint, "(-Dplug:%s)", name);
-  fprintf(stderr, "Warning: rate is not accurate (requested = %iHz, got = %iHz)\n", requested, granted);
+  fprintf(stderr, "Warning: rate is not accurate (requested = %iHz, got = %iHz)\n", requested,
+          granted);
   fprintf(stderr, "         please, try the plug plugin %s\n", plugHint);
 }
 
 // Frames for a delay in microseconds: negative delays count back from a full buffer.
 snd_pcm_uframes_t thresholdFrames(int delayMicros, unsigned rate, snd_pcm_uframes_t bufferSize) {
-  double frames = delayMicros <= 0 ? double(bufferSize) + double(rate) * delayMicros / kMicrosPerSecond
-                                   : double(rate) * delayMicros / kMicrosPerSecond;
+  double frames = delayMicros <= 0
+                      ? double(bufferSize) + double(rate) * delayMicros / kMicrosPerSecond
+                      : double(rate) * delayMicros / kMicrosPerSecond;
   return snd_pcm_uframes_t(frames);
 }
 
@@ -83,7 +85,8 @@ int set_params(AudioEndpoint *ep) {
     err = snd_pcm_hw_params_set_access_mask(pcm, params, mask);
   } else {
     err = snd_pcm_hw_params_set_access(
-        pcm, params, ep->interleaved ? SND_PCM_ACCESS_RW_INTERLEAVED : SND_PCM_ACCESS_RW_NONINTERLEAVED);
+        pcm, params,
+        ep->interleaved ? SND_PCM_ACCESS_RW_INTERLEAVED : SND_PCM_ACCESS_RW_NONINTERLEAVED);
   }
   if (err < 0) {
     QV_PCM_ERROR("Access type not available");
@@ -112,14 +115,16 @@ int set_params(AudioEndpoint *ep) {
   ep->bufferFrames = (ep->type == AUDIOPROCESS_DIGITMIC || ep->type == AUDIOPROCESS_ANALOGMIC)
                          ? kMicBufferFrames
                          : kLineBufferFrames;
-  printf("-----> buffer_time : %d, buffer_frames : %d\n", int(ep->bufferTime), int(ep->bufferFrames));
+  printf("-----> buffer_time : %d, buffer_frames : %d\n", int(ep->bufferTime),
+         int(ep->bufferFrames));
   if (ep->periodTime == 0 && ep->periodFrames == 0) {
     if (ep->bufferTime > 0)
       ep->periodTime = ep->bufferTime / kPeriodsPerBuffer;
     else
       ep->periodFrames = ep->bufferFrames / kPeriodsPerBuffer;
   }
-  printf("-----> period_time : %d, period_frames : %d\n", int(ep->periodTime), int(ep->periodFrames));
+  printf("-----> period_time : %d, period_frames : %d\n", int(ep->periodTime),
+         int(ep->periodFrames));
 
   if (ep->periodTime > 0) {
     unsigned periodTime = ep->periodTime;
@@ -153,7 +158,8 @@ int set_params(AudioEndpoint *ep) {
   snd_pcm_hw_params_get_period_size(params, &chunkSize, nullptr);
   snd_pcm_hw_params_get_buffer_size(params, &bufferSize);
   ep->chunk_size = uint32_t(chunkSize);
-  printf("-----> pchunk_size : %lu, buffer_size : %lu\n", (unsigned long)chunkSize, (unsigned long)bufferSize);
+  printf("-----> pchunk_size : %lu, buffer_size : %lu\n", (unsigned long)chunkSize,
+         (unsigned long)bufferSize);
   if (chunkSize == bufferSize) {
     QV_PCM_ERROR("Can't use period equal to buffer size (%lu == %lu)", (unsigned long)chunkSize,
                  (unsigned long)bufferSize);
@@ -167,7 +173,8 @@ int set_params(AudioEndpoint *ep) {
   if (startThreshold > bufferSize) startThreshold = bufferSize;
   err = snd_pcm_sw_params_set_start_threshold(pcm, swparams, startThreshold);
   QV_PCM_ASSERT_OK(err);
-  err = snd_pcm_sw_params_set_stop_threshold(pcm, swparams, thresholdFrames(kStopDelayMicros, rate, bufferSize));
+  err = snd_pcm_sw_params_set_stop_threshold(pcm, swparams,
+                                             thresholdFrames(kStopDelayMicros, rate, bufferSize));
   QV_PCM_ASSERT_OK(err);
   if (snd_pcm_sw_params(pcm, swparams) < 0) {
     QV_PCM_ERROR("unable to install sw params:");

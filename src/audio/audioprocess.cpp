@@ -32,10 +32,14 @@ struct EndpointKind {
   uint32_t channels;
 };
 
-const EndpointKind kLineOut = {AUDIOPROCESS_LINEOUT, "AUDIOPROCESS_LINEOUT", QV_PCM_LINE, SND_PCM_STREAM_PLAYBACK, 4};
-const EndpointKind kDigitMic = {AUDIOPROCESS_DIGITMIC, "AUDIOPROCESS_DIGITMIC", QV_PCM_DIGITMIC, SND_PCM_STREAM_CAPTURE, FRAME_MIC_CHANNELS};
-const EndpointKind kAnalogMic = {AUDIOPROCESS_ANALOGMIC, "AUDIOPROCESS_ANALOGMIC", QV_PCM_ANALOGMIC, SND_PCM_STREAM_CAPTURE, 8};
-const EndpointKind kLineIn = {AUDIOPROCESS_LINEIN, "AUDIOPROCESS_LINEIN", QV_PCM_LINE, SND_PCM_STREAM_CAPTURE, FRAME_LINEIN_CHANNELS};
+const EndpointKind kLineOut = {AUDIOPROCESS_LINEOUT, "AUDIOPROCESS_LINEOUT", QV_PCM_LINE,
+                               SND_PCM_STREAM_PLAYBACK, 4};
+const EndpointKind kDigitMic = {AUDIOPROCESS_DIGITMIC, "AUDIOPROCESS_DIGITMIC", QV_PCM_DIGITMIC,
+                                SND_PCM_STREAM_CAPTURE, FRAME_MIC_CHANNELS};
+const EndpointKind kAnalogMic = {AUDIOPROCESS_ANALOGMIC, "AUDIOPROCESS_ANALOGMIC", QV_PCM_ANALOGMIC,
+                                 SND_PCM_STREAM_CAPTURE, 8};
+const EndpointKind kLineIn = {AUDIOPROCESS_LINEIN, "AUDIOPROCESS_LINEIN", QV_PCM_LINE,
+                              SND_PCM_STREAM_CAPTURE, FRAME_LINEIN_CHANNELS};
 
 // Start and teardown go by type code: line-out, digital mic, analog mic, line-in.
 const EndpointKind *const kByTypeOrder[] = {&kLineOut, &kDigitMic, &kAnalogMic, &kLineIn};
@@ -119,8 +123,8 @@ int velquare_audioprocess_proc_start(int mask) {
     if (!(uint32_t(mask) & kind->type)) continue;
     AudioEndpoint *ep = velquare_audioprocess_endpoint(kind->type);
     QV_TRACE("start %s process\n", kind->name);
-    void *(*worker)(void *) =
-        ep->type == AUDIOPROCESS_LINEOUT ? velquare_audioprocess_play_proc : velquare_audioprocess_capture_proc;
+    void *(*worker)(void *) = ep->type == AUDIOPROCESS_LINEOUT ? velquare_audioprocess_play_proc
+                                                               : velquare_audioprocess_capture_proc;
     pthread_create(&ep->thread, nullptr, worker, &ep->type);
   }
   return 0;

@@ -10,10 +10,10 @@
 #include "audio/wav_header.h"
 
 struct CaptureRecording {
-  const char *path;                 // the endpoint's recording file
-  bool withHeader;                  // the line-in recording is bare samples
+  const char *path;  // the endpoint's recording file
+  bool withHeader;   // the line-in recording is bare samples
   uint8_t header[WAV_HEADER_BYTES];
-  FILE *file;                       // open while recording
+  FILE *file;  // open while recording
 };
 
 // The recording of a capture endpoint type; false for a type that has none.

@@ -8,9 +8,9 @@
 
 // Errors taken over from the ALSA sample player: "%s: %s:%d: " with an empty
 // program name, the function and the line, then the message, on stderr.
-#define QV_PCM_ERROR(fmt, ...)                                               \
-  do {                                                                       \
-    fprintf(stderr, "%s: %s:%d: ", "", __func__, __LINE__);                  \
-    fprintf(stderr, fmt, ##__VA_ARGS__);                                     \
-    putc('\n', stderr);                                                      \
+#define QV_PCM_ERROR(fmt, ...)                              \
+  do {                                                      \
+    fprintf(stderr, "%s: %s:%d: ", "", __func__, __LINE__); \
+    fprintf(stderr, fmt, ##__VA_ARGS__);                    \
+    putc('\n', stderr);                                     \
   } while (0)

@@ -4,7 +4,7 @@ namespace {
 
 constexpr uint32_t kDefaultMicDBmax = 95;  // upper threshold when the host sends 0
 constexpr uint32_t kDefaultMicDBmin = 90;  // lower threshold when the host sends 0
-constexpr int kRawDbShift = 7;              // the raw-dB flag is bit 7 of A
+constexpr int kRawDbShift = 7;             // the raw-dB flag is bit 7 of A
 
 HostCommandKind decodeTestGroup(uint8_t a, uint8_t b) {
   if (a == kUpdateA && b == kUpdateB) return HostCommandKind::Update;

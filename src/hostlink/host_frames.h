@@ -2,7 +2,8 @@
 //
 //   host command   81 01 group A B FF                 (no checksum)
 //   position       FF 00 position 02 01 checksum      (checksum = low byte of 02 + 01 + position)
-//   level report   FF mic1 .. mic8 line-in checksum   (checksum = low byte of the sum of the 9 codes)
+//   level report   FF mic1 .. mic8 line-in checksum   (checksum = low byte of the sum of the 9
+//   codes)
 //
 // Besides these frames the device sends the plain texts "ymodem updata ok"
 // and "ymodem updata err" at the end of a firmware transfer.
@@ -42,8 +43,8 @@ constexpr uint16_t kPositionMessageCode = 0x0201;
 // broadside) or one of the status codes.
 constexpr uint8_t kPositionLastIndex = 180;
 constexpr int kPositionBroadsideIndex = 90;
-constexpr uint8_t kPositionNone = 230;             // no direction known
-constexpr uint8_t kPositionSpeakerPlaying = 231;   // loudspeaker playing, updates suspended
+constexpr uint8_t kPositionNone = 230;            // no direction known
+constexpr uint8_t kPositionSpeakerPlaying = 231;  // loudspeaker playing, updates suspended
 
 // Level report frame.
 constexpr size_t kLevelFrameSize = 11;

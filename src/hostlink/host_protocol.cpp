@@ -27,7 +27,7 @@ constexpr int kTagThresholds = 1633;
 constexpr int kTagReboot = 1640;
 constexpr int kTagGetPosition = 1649;
 
-constexpr unsigned kRebootDelaySeconds = 1;     // between sync and reboot
+constexpr unsigned kRebootDelaySeconds = 1;      // between sync and reboot
 constexpr useconds_t kClosedLinePause = 100000;  // after a get-position on a closed line
 
 void runShell(const char *command) {
@@ -59,9 +59,7 @@ void hostExecuteCommand(const HostCommand &command) {
       printf("-->%s %d: stop test mode..\n", kThreadName, kTagStopTest);
       sharedStore(gHostCtrl.testMode, 0);
       break;
-    case HostCommandKind::StartTest:
-      startTest(command.a, command.b);
-      break;
+    case HostCommandKind::StartTest: startTest(command.a, command.b); break;
     case HostCommandKind::Reboot:
       printf("-->%s %d: recv reboot cmd and reboot..\n", kThreadName, kTagReboot);
       runShell(QV_CMD_SYNC);
@@ -73,8 +71,7 @@ void hostExecuteCommand(const HostCommand &command) {
       sharedStore(gHostCtrl.posiRequested, 1);
       if (sharedLoad(gHostCtrl.uartOpened) == 0) usleep(kClosedLinePause);
       break;
-    case HostCommandKind::Ignored:
-      break;
+    case HostCommandKind::Ignored: break;
   }
 }
 

@@ -8,12 +8,15 @@ struct BuildTime {
 
 constexpr long long buildDigit(char c) { return c == ' ' ? 0 : c - '0'; }
 
-constexpr long long buildTwoDigits(const char *s) { return buildDigit(s[0]) * 10 + buildDigit(s[1]); }
+constexpr long long buildTwoDigits(const char *s) {
+  return buildDigit(s[0]) * 10 + buildDigit(s[1]);
+}
 
 constexpr long long buildMonth(const char *date) {
   const char *names = "JanFebMarAprMayJunJulAugSepOctNovDec";
   for (int m = 0; m < 12; ++m)
-    if (date[0] == names[3 * m] && date[1] == names[3 * m + 1] && date[2] == names[3 * m + 2]) return m + 1;
+    if (date[0] == names[3 * m] && date[1] == names[3 * m + 1] && date[2] == names[3 * m + 2])
+      return m + 1;
   return 0;
 }
 

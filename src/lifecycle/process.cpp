@@ -14,7 +14,8 @@ int32_t mainRun = 0;
 int32_t angleProcRun = 0;
 
 // The order in which the exit routine and the abort handler visit the PCMs.
-static constexpr AudioEndpointIndex kPcmOrder[] = {EP_DIGITMIC, EP_ANALOGMIC, EP_LINEIN, EP_LINEOUT};
+static constexpr AudioEndpointIndex kPcmOrder[] = {EP_DIGITMIC, EP_ANALOGMIC, EP_LINEIN,
+                                                   EP_LINEOUT};
 
 // Argument of snd_pcm_nonblock that puts a PCM into abort mode: pending and
 // later reads and waits return at once.

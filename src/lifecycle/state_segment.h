@@ -9,10 +9,10 @@ struct StateSegment {
   uint32_t heartbeat;  // +1 each second, main loop
   uint8_t position;    // last reported position, host link
   uint8_t unused[3];
-  int32_t updating;    // 1 while a firmware update runs
+  int32_t updating;  // 1 while a firmware update runs
 };
 static_assert(sizeof(StateSegment) == 12, "the segment layout is fixed");
 
-int velquare_shm_create();        // 0, or -1 when no segment could be had
-int velquare_shm_detach();        // never called by the daemon
-StateSegment *velquare_shm_get(); // attach address, null before a successful create
+int velquare_shm_create();         // 0, or -1 when no segment could be had
+int velquare_shm_detach();         // never called by the daemon
+StateSegment *velquare_shm_get();  // attach address, null before a successful create

@@ -4,7 +4,7 @@
 // ioctl commands and arguments of the board's GPIO driver.
 constexpr unsigned long GPIO_CMD_SETUP = 0;  // once after opening, argument GPIO_ARG_SETUP
 constexpr unsigned long GPIO_ARG_SETUP = 6;
-constexpr unsigned long GPIO_CMD_LINE = 4;   // drive a line: arguments below
+constexpr unsigned long GPIO_CMD_LINE = 4;  // drive a line: arguments below
 constexpr unsigned long GPIO_ARG_WDG_FIRST_HALF = 17;
 constexpr unsigned long GPIO_ARG_WDG_SECOND_HALF = 18;
 

@@ -27,7 +27,7 @@
 
 namespace {
 
-constexpr char kReplyOk[] = "ymodem updata ok";    // sent raw, without terminator
+constexpr char kReplyOk[] = "ymodem updata ok";  // sent raw, without terminator
 constexpr char kReplyErr[] = "ymodem updata err";
 constexpr mode_t kExecutableMode = 0755;
 
@@ -44,7 +44,8 @@ constexpr uint16_t kElfMachine = EM_386;
 #error "no ELF machine number known for this target"
 #endif
 constexpr unsigned char kElfClass = sizeof(void *) == 8 ? ELFCLASS64 : ELFCLASS32;
-constexpr unsigned char kElfData = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? ELFDATA2LSB : ELFDATA2MSB;
+constexpr unsigned char kElfData =
+    __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? ELFDATA2LSB : ELFDATA2MSB;
 
 // The installation's steps, in order; a power cut may come after any of them.
 enum InstallStep { kOtaFlushed = 1, kOtaChecked, kBackupKept, kModeSet, kRenamed, kDirFlushed };
@@ -61,7 +62,8 @@ void sendText(const char *text) {
 unsigned senderWaitSeconds() {
 #if QV_SANDBOX
   // Test seam: only the sandbox build lets a test shorten the wait.
-  if (const char *s = getenv("QV_SANDBOX_UPDATE_WAIT_SECONDS")) return static_cast<unsigned>(atoi(s));
+  if (const char *s = getenv("QV_SANDBOX_UPDATE_WAIT_SECONDS"))
+    return static_cast<unsigned>(atoi(s));
 #endif
   return kUpdateSenderWaitSeconds;
 }
@@ -88,8 +90,9 @@ bool isOwnMachineElf(int fd) {
   uint16_t type, machine;
   memcpy(&type, h + EI_NIDENT, 2);  // in the file's byte order, checked to be ours
   memcpy(&machine, h + EI_NIDENT + 2, 2);
-  const bool ok = memcmp(h, ELFMAG, SELFMAG) == 0 && h[EI_CLASS] == kElfClass && h[EI_DATA] == kElfData &&
-                  (type == ET_EXEC || type == ET_DYN) && machine == kElfMachine;
+  const bool ok = memcmp(h, ELFMAG, SELFMAG) == 0 && h[EI_CLASS] == kElfClass &&
+                  h[EI_DATA] == kElfData && (type == ET_EXEC || type == ET_DYN) &&
+                  machine == kElfMachine;
   if (!ok) errno = ENOEXEC;
   return ok;
 }
@@ -134,8 +137,10 @@ int installReceivedFile() {
       !step(chmod(kUpdateOtaPath, kExecutableMode) == 0, kModeSet, "mode") ||
       !step(rename(kUpdateOtaPath, kUpdateExePath) == 0, kRenamed, "rename"))
     return -1;
-  if (!step(syncPath(kUpdateDirPath, O_RDONLY | O_DIRECTORY), kDirFlushed, "flush of the directory")) {
-    if (rename(kUpdateBakPath, kUpdateExePath) == 0) syncPath(kUpdateDirPath, O_RDONLY | O_DIRECTORY);
+  if (!step(syncPath(kUpdateDirPath, O_RDONLY | O_DIRECTORY), kDirFlushed,
+            "flush of the directory")) {
+    if (rename(kUpdateBakPath, kUpdateExePath) == 0)
+      syncPath(kUpdateDirPath, O_RDONLY | O_DIRECTORY);
     return -1;
   }
   return 0;

@@ -4,5 +4,6 @@
 
 constexpr char kUpdateExePath[] = QV_ROOT_DIR "/quenvarile";      // the daemon's executable
 constexpr char kUpdateOtaPath[] = QV_ROOT_DIR "/quenvarile_ota";  // the file being received
-constexpr char kUpdateBakPath[] = QV_ROOT_DIR "/quenvarile_Bak";  // the executable before the last update
+constexpr char kUpdateBakPath[] =
+    QV_ROOT_DIR "/quenvarile_Bak";  // the executable before the last update
 constexpr char kUpdateDirPath[] = QV_ROOT_DIR;

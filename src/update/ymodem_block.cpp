@@ -51,7 +51,8 @@ YmodemStep parseHeader(YmodemFile *file, const uint8_t *payload) {
   }
   printf("fileName : %s\n", file->name);
   const int sizeAt = nameLen + 1;
-  file->announced = sizeAt < kYmodemDataBytes ? parseDecimal(payload + sizeAt, kYmodemDataBytes - sizeAt) : 0;
+  file->announced =
+      sizeAt < kYmodemDataBytes ? parseDecimal(payload + sizeAt, kYmodemDataBytes - sizeAt) : 0;
   file->remaining = file->announced;
   printf("fileSize : %d\n", static_cast<int>(file->remaining));
   file->expectHeader = 0;
@@ -72,7 +73,8 @@ YmodemStep parseData(YmodemFile *file, const uint8_t *block) {
     return accepted();
   }
   if (seq != ((file->lastSeq + 1) & 0xFF)) {
-    printf("block %d after block %d: a block is missing\n", static_cast<int>(seq), static_cast<int>(file->lastSeq));
+    printf("block %d after block %d: a block is missing\n", static_cast<int>(seq),
+           static_cast<int>(file->lastSeq));
     YmodemStep s = reply(YMODEM_REPLY_NONE);
     s.end = YMODEM_BROKEN;
     return s;
@@ -110,7 +112,8 @@ YmodemStep parseBlock(YmodemFile *file, const uint8_t *block, int len) {
     return damaged();
   }
   if (file->expectHeader)
-    return block[kYmodemSeqOffset] == 0 ? parseHeader(file, block + kYmodemDataOffset) : reply(YMODEM_REPLY_NONE);
+    return block[kYmodemSeqOffset] == 0 ? parseHeader(file, block + kYmodemDataOffset)
+                                        : reply(YMODEM_REPLY_NONE);
   return parseData(file, block);
 }
 
@@ -131,8 +134,9 @@ YmodemStep velquare_ymodem_take_chunk(YmodemFile *file, const uint8_t *chunk, in
   // An EOT stands alone: one that begins a longer chunk is line noise on the
   // header byte of a block, which must come again.
   if (chunk[0] == kYmodemEot && len == 1) {
-    YmodemStep s = reply(file->eotCount == 0 ? YMODEM_REPLY_NAK : file->eotCount == 1 ? YMODEM_REPLY_ACK_C
-                                                                                       : YMODEM_REPLY_NONE);
+    YmodemStep s = reply(file->eotCount == 0   ? YMODEM_REPLY_NAK
+                         : file->eotCount == 1 ? YMODEM_REPLY_ACK_C
+                                               : YMODEM_REPLY_NONE);
     if (file->eotCount < 2) ++file->eotCount;
     s.progress = 1;
     return s;

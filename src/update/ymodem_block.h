@@ -13,11 +13,11 @@ constexpr int kYmodemNameBytes = kYmodemDataBytes + 1;  // a name fills at most 
 struct YmodemFile {
   int32_t expectHeader;  // 1 until block 0 with an accepted name has come
   char name[kYmodemNameBytes];
-  uint32_t announced;    // the size given in block 0
-  uint32_t remaining;    // file bytes still expected
-  int32_t lastSeq;       // number of the last accepted block (0: the header)
-  int32_t eotCount;      // EOTs answered (the first with NAK, the second with ACK 'C')
-  int32_t overrun;       // a new data block came after the announced size was complete
+  uint32_t announced;  // the size given in block 0
+  uint32_t remaining;  // file bytes still expected
+  int32_t lastSeq;     // number of the last accepted block (0: the header)
+  int32_t eotCount;    // EOTs answered (the first with NAK, the second with ACK 'C')
+  int32_t overrun;     // a new data block came after the announced size was complete
 };
 
 enum YmodemReply {

@@ -20,11 +20,11 @@
 namespace {
 
 constexpr uint32_t kStageStart = 0;
-constexpr uint32_t kStageRunning = 1;   // the first 'C' went out
+constexpr uint32_t kStageRunning = 1;  // the first 'C' went out
 constexpr uint32_t kStageFinished = 5;
 constexpr uint32_t kStageFailed = 6;
 
-constexpr int32_t kIdleLimitSeconds = 5;         // more than this without progress fails
+constexpr int32_t kIdleLimitSeconds = 5;  // more than this without progress fails
 // Receive calls, from a chunk's first byte, before a chunk that is not a block is handed on.
 constexpr int kReaderCallsPerBlock = 11;
 constexpr useconds_t kReaderWaitReadyUs = 2000;  // while the protocol thread holds a block
@@ -33,7 +33,8 @@ constexpr useconds_t kReaderBetweenCallsUs = 5000;
 // (11.5 ms at 115200 baud): a sender that sends every block twice (sb) must
 // not build up a backlog in the line's buffers.
 constexpr useconds_t kProtocolTurnUs = 2000;
-constexpr int kQuietLineMs = 20;  // a sender waiting for our reply: longer than any gap inside a block
+constexpr int kQuietLineMs =
+    20;  // a sender waiting for our reply: longer than any gap inside a block
 
 struct YmodemContext {
   uint32_t stage;

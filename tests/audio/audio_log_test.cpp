@@ -31,17 +31,20 @@ TEST_F(AudioLog, EachLineAsTheOperatorsKnowIt) {
        "buffpool write\\|read err\n"},
       {"transfer, pool not created", [&] { buffpool_rw(&pool, 3, bytes.data(), &len); },
        "err: audio buff not init\n"},
-      {"transfer, full", [&] { buffpool_create(&pool), buffpool_rw(&pool, BUFFPOOL_WRITE, bytes.data(), &all); },
+      {"transfer, full",
+       [&] { buffpool_create(&pool), buffpool_rw(&pool, BUFFPOOL_WRITE, bytes.data(), &all); },
        "audio is full, writeBuffPoolNum - readBuffPoolNum : 0\n"},
       {"by type, unknown", [&] { buffpool_rw_by_type(16, BUFFPOOL_WRITE, bytes.data(), &len); },
        "buffpool write\\|read err\n"},
       {"by type, unknown direction", [&] { buffpool_rw_by_type(16, 0, bytes.data(), &len); }, ""},
-      {"by type, not created", [&] { buffpool_rw_by_type(AUDIOPROCESS_LINEIN, BUFFPOOL_READ, bytes.data(), &len); },
+      {"by type, not created",
+       [&] { buffpool_rw_by_type(AUDIOPROCESS_LINEIN, BUFFPOOL_READ, bytes.data(), &len); },
        "err: audio buff not init\n"},
       {"init", [] { velquare_audioprocess_init(AUDIOPROCESS_DIGITMIC | AUDIOPROCESS_LINEIN); },
        init + "DIGITMIC\n" + init + "LINEIN\n"},
       {"line-in parameters", [] { set_params(&gEndpoints[EP_LINEIN]); },
-       "-----> buffer_time : [0-9]+, buffer_frames : 4096\n-----> period_time : [0-9]+, period_frames : 1024\n"
+       "-----> buffer_time : [0-9]+, buffer_frames : 4096\n-----> period_time : [0-9]+, "
+       "period_frames : 1024\n"
        "-----> pchunk_size : 1024, buffer_size : 4096\n"},
       {"uninit", [] { velquare_audioprocess_uninit(AUDIOPROCESS_DIGITMIC | AUDIOPROCESS_LINEIN); },
        uninit + "DIGITMIC\n" + uninit + "LINEIN\n"},

@@ -67,8 +67,10 @@ TEST_F(BuffPoolTest, StreamSurvivesConcurrentWriterAndReader) {
     for (uint64_t sent = 0; sent < kTotal;) {
       uint32_t n = std::min<uint64_t>(1 + rng() % chunk.size(), kTotal - sent);
       for (uint32_t i = 0; i < n; ++i) chunk[i] = uint8_t((sent + i) % 251);
-      if (buffpoolWriteBytes(pool_, chunk.data(), int32_t(n)) == 0) sent += n;
-      else std::this_thread::yield();
+      if (buffpoolWriteBytes(pool_, chunk.data(), int32_t(n)) == 0)
+        sent += n;
+      else
+        std::this_thread::yield();
     }
   });
   std::vector<uint8_t> frame(kMicFrameBytes);

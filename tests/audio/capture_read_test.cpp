@@ -22,8 +22,10 @@ uint32_t gNextFrame = 0;
 
 snd_pcm_sframes_t scriptedReadi(snd_pcm_t *, void *buffer, snd_pcm_uframes_t frames) {
   // Each request asks for just what the chunk (2048 frames) still misses.
-  if ((gNextFrame + frames) % 2048 != 0) ADD_FAILURE() << "asked for " << frames << " frames at " << gNextFrame;
-  snd_pcm_sframes_t r = gScript.empty() ? snd_pcm_sframes_t(frames) : std::min(gScript.front(), snd_pcm_sframes_t(frames));
+  if ((gNextFrame + frames) % 2048 != 0)
+    ADD_FAILURE() << "asked for " << frames << " frames at " << gNextFrame;
+  snd_pcm_sframes_t r = gScript.empty() ? snd_pcm_sframes_t(frames)
+                                        : std::min(gScript.front(), snd_pcm_sframes_t(frames));
   if (!gScript.empty()) gScript.pop_front();
   // Each frame carries its stream position in every channel.
   auto *out = static_cast<uint16_t *>(buffer);
@@ -80,23 +82,35 @@ TEST_P(CaptureReadCases, ChunkIsCompletedInStreamOrderWithTheReport) {
   const bool scripted = GetParam().state != SND_PCM_STATE_OPEN;
   if (scripted) useScripted(GetParam().state);
   gScript = GetParam().script;
-  EXPECT_THAT(stderrOf([this] { EXPECT_EQ(pcm_read(ep), 2048u); }), testing::MatchesRegex(GetParam().stderrRegex));
+  EXPECT_THAT(stderrOf([this] { EXPECT_EQ(pcm_read(ep), 2048u); }),
+              testing::MatchesRegex(GetParam().stderrRegex));
   EXPECT_TRUE(chunkIsInStreamOrder(ep));
-  EXPECT_TRUE(!scripted || snd_pcm_state(scripted_.pcm()) == SND_PCM_STATE_PREPARED) << "not prepared again";
+  EXPECT_TRUE(!scripted || snd_pcm_state(scripted_.pcm()) == SND_PCM_STATE_PREPARED)
+      << "not prepared again";
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Faults, CaptureReadCases,
     testing::Values(
         // 48 frames are left for the last request.
-        ReadCase{"ShortReadsAndRetries", {-EAGAIN, 100, 0, 900, -EAGAIN, 1000}, SND_PCM_STATE_OPEN, ""},
-        ReadCase{"OtherErrorsLoggedAndRetried", {-EIO, 10, -EBADFD}, SND_PCM_STATE_OPEN,
+        ReadCase{
+            "ShortReadsAndRetries", {-EAGAIN, 100, 0, 900, -EAGAIN, 1000}, SND_PCM_STATE_OPEN, ""},
+        ReadCase{"OtherErrorsLoggedAndRetried",
+                 {-EIO, 10, -EBADFD},
+                 SND_PCM_STATE_OPEN,
                  ": pcm_read:[0-9]+: read error: Input/output error\n"
                  ": pcm_read:[0-9]+: read error: File descriptor in bad state\n"},
-        ReadCase{"SuspendResumed", {500, -ESTRPIPE}, SND_PCM_STATE_OPEN, "Suspended. Trying resume. Done.\n"},
-        ReadCase{"OverrunReportedAndPrepared", {700, -EPIPE}, SND_PCM_STATE_XRUN,
+        ReadCase{"SuspendResumed",
+                 {500, -ESTRPIPE},
+                 SND_PCM_STATE_OPEN,
+                 "Suspended. Trying resume. Done.\n"},
+        ReadCase{"OverrunReportedAndPrepared",
+                 {700, -EPIPE},
+                 SND_PCM_STATE_XRUN,
                  "overrun!!! \\(at least [0-9]+\\.[0-9][0-9][0-9] ms long\\)\n"},
-        ReadCase{"DrainingPrepared", {-EPIPE}, SND_PCM_STATE_DRAINING,
+        ReadCase{"DrainingPrepared",
+                 {-EPIPE},
+                 SND_PCM_STATE_DRAINING,
                  "capture stream format change\\? attempting recover\\.\\.\\.\n"}),
     [](const testing::TestParamInfo<ReadCase> &info) { return std::string(info.param.name); });
 
@@ -104,7 +118,8 @@ using CaptureReadDeathTest = CaptureRead;
 
 TEST_F(CaptureReadDeathTest, BrokenPipeOutsideAnOverrunEndsTheProcess) {
   gScript = {-EPIPE};
-  EXPECT_EXIT(pcm_read(ep), ::testing::ExitedWithCode(1), "^: xrun:[0-9]+: read/write error, state = PREPARED\n$");
+  EXPECT_EXIT(pcm_read(ep), ::testing::ExitedWithCode(1),
+              "^: xrun:[0-9]+: read/write error, state = PREPARED\n$");
 }
 
 TEST_F(CaptureReadDeathTest, SuspendThatCannotBeRestartedEndsTheProcess) {

@@ -31,10 +31,14 @@ Names initNames(const std::string &out) {
 using Endpoints = AudioTest;
 
 TEST_F(Endpoints, MaskBringsUpAndDownItsEndpointsInTypeOrderOnTheirDevices) {
-  std::string out = stdoutOf([] { EXPECT_EQ(velquare_audioprocess_init(AUDIOPROCESS_DIGITMIC | AUDIOPROCESS_LINEIN), 0); });
+  std::string out = stdoutOf([] {
+    EXPECT_EQ(velquare_audioprocess_init(AUDIOPROCESS_DIGITMIC | AUDIOPROCESS_LINEIN), 0);
+  });
   EXPECT_EQ(initNames(out), (Names{"DIGITMIC", "LINEIN"}));
   EXPECT_EQ(gEndpoints[EP_ANALOGMIC].pcm, nullptr);
-  stdoutOf([] { EXPECT_EQ(velquare_audioprocess_uninit(AUDIOPROCESS_DIGITMIC | AUDIOPROCESS_LINEIN), 0); });
+  stdoutOf([] {
+    EXPECT_EQ(velquare_audioprocess_uninit(AUDIOPROCESS_DIGITMIC | AUDIOPROCESS_LINEIN), 0);
+  });
   for (const AudioEndpoint *ep : {&gEndpoints[EP_DIGITMIC], &gEndpoints[EP_LINEIN]})
     EXPECT_TRUE(!ep->active && !ep->pcm && !ep->audiobuf && !ep->pool.data && !ep->pool.created);
 
@@ -46,8 +50,10 @@ TEST_F(Endpoints, MaskBringsUpAndDownItsEndpointsInTypeOrderOnTheirDevices) {
     const char *name;
     snd_pcm_stream_t stream;
     uint32_t channels;
-  } devices[] = {{EP_DIGITMIC, "hw:0,3", SND_PCM_STREAM_CAPTURE, 8}, {EP_LINEIN, "hw:0,2", SND_PCM_STREAM_CAPTURE, 2},
-                 {EP_LINEOUT, "hw:0,2", SND_PCM_STREAM_PLAYBACK, 4}, {EP_ANALOGMIC, "hw:0,1", SND_PCM_STREAM_CAPTURE, 8}};
+  } devices[] = {{EP_DIGITMIC, "hw:0,3", SND_PCM_STREAM_CAPTURE, 8},
+                 {EP_LINEIN, "hw:0,2", SND_PCM_STREAM_CAPTURE, 2},
+                 {EP_LINEOUT, "hw:0,2", SND_PCM_STREAM_PLAYBACK, 4},
+                 {EP_ANALOGMIC, "hw:0,1", SND_PCM_STREAM_CAPTURE, 8}};
   for (const auto &d : devices) {
     const AudioEndpoint &ep = gEndpoints[d.index];
     ASSERT_NE(ep.pcm, nullptr) << d.name;
@@ -61,11 +67,17 @@ TEST_F(Endpoints, MissingDeviceStopsTheInitAndLeavesEarlierEndpointsOpen) {
   for (int missing : {3, 2}) {
     alsa.setCaptureData(5 - missing, "");
     alsa.removeDevice(missing);
-    std::string err, out = stdoutOf([&] {
-      err = stderrOf([] { EXPECT_EQ(velquare_audioprocess_init(AUDIOPROCESS_DIGITMIC | AUDIOPROCESS_LINEIN), -1); });
-    });
-    EXPECT_EQ(initNames(out).size(), missing == 3 ? 1u : 2u);  // without the microphones, no line-in
-    EXPECT_THAT(err, testing::ContainsRegex(": velquare_audioprocess_init:.*snd_pcm_open error: No such file or directory\n"));
+    std::string err,
+        out = stdoutOf([&] {
+          err = stderrOf([] {
+            EXPECT_EQ(velquare_audioprocess_init(AUDIOPROCESS_DIGITMIC | AUDIOPROCESS_LINEIN), -1);
+          });
+        });
+    EXPECT_EQ(initNames(out).size(),
+              missing == 3 ? 1u : 2u);  // without the microphones, no line-in
+    EXPECT_THAT(
+        err, testing::ContainsRegex(
+                 ": velquare_audioprocess_init:.*snd_pcm_open error: No such file or directory\n"));
     EXPECT_EQ(gEndpoints[EP_DIGITMIC].active, int(missing == 2));  // the microphones come first
     EXPECT_EQ(gEndpoints[EP_LINEIN].pcm, nullptr);
     releaseEndpoints();
@@ -73,7 +85,9 @@ TEST_F(Endpoints, MissingDeviceStopsTheInitAndLeavesEarlierEndpointsOpen) {
 }
 
 TEST_F(Endpoints, CapturesGetTheBoardsPeriodAndBufferSizes) {
-  stdoutOf([] { ASSERT_EQ(velquare_audioprocess_init(AUDIOPROCESS_DIGITMIC | AUDIOPROCESS_LINEIN), 0); });
+  stdoutOf([] {
+    ASSERT_EQ(velquare_audioprocess_init(AUDIOPROCESS_DIGITMIC | AUDIOPROCESS_LINEIN), 0);
+  });
   const struct {
     AudioEndpointIndex index;
     unsigned period, buffer, frameBytes;

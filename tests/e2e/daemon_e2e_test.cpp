@@ -9,11 +9,11 @@
 #include <memory>
 #include <numeric>
 
+#include "pty_line.h"
 #include "sim/noise.h"
 #include "sim/plane_wave.h"
 #include "sim/voiced_speech.h"
 #include "sim/wav_file.h"
-#include "pty_line.h"
 #include "support/alsa_sandbox.h"
 #include "support/daemon_process.h"
 
@@ -28,7 +28,7 @@ const double kSpeed = getenv("QV_E2E_SPEED") ? atof(getenv("QV_E2E_SPEED")) : QV
 constexpr int kRate = 48000;
 // The daemon's 1 s pause plus process start; longer for the board's build under emulation.
 constexpr double kStartupSeconds = QV_E2E_STARTUP_SECONDS;
-constexpr double kReportSeconds = 5.0;   // a level report every 250 frames
+constexpr double kReportSeconds = 5.0;  // a level report every 250 frames
 const char kPosiLine[] = "----------------------------> posi : ";
 
 Bytes command(uint8_t group, uint8_t a, uint8_t b) { return {0x81, 0x01, group, a, b, 0xFF}; }
@@ -42,7 +42,9 @@ using Frame = Bytes;
 using FramePredicate = std::function<bool(const Frame &)>;
 const FramePredicate isPosition = [](const Frame &f) { return f.size() == 6; };
 const FramePredicate isLevels = [](const Frame &f) { return f.size() == 11; };
-bool any(const std::vector<Frame> &frames, const FramePredicate &p) { return std::any_of(frames.begin(), frames.end(), p); }
+bool any(const std::vector<Frame> &frames, const FramePredicate &p) {
+  return std::any_of(frames.begin(), frames.end(), p);
+}
 
 struct Audio {
   std::vector<int16_t> mics, line;  // interleaved: 8 channels; 2, the left one the loudspeaker's
@@ -52,7 +54,8 @@ Bytes bytesOf(const std::vector<int16_t> &s) {
   return Bytes(b, b + 2 * s.size());
 }
 
-// A talker at thetaDeg after leadSeconds of silence, over a faint (-70 dB) independent noise per microphone.
+// A talker at thetaDeg after leadSeconds of silence, over a faint (-70 dB) independent noise per
+// microphone.
 Audio talkerAudio(double thetaDeg, double leadSeconds, double talkSeconds) {
   const std::vector<float> speech = makeVoicedSpeech(talkSeconds, kRate, 7);
   std::vector<float> source(static_cast<size_t>(leadSeconds * kRate), 0.0f);
@@ -62,17 +65,20 @@ Audio talkerAudio(double thetaDeg, double leadSeconds, double talkSeconds) {
   planeWaveRender(source.data(), n, thetaDeg, planes.data());
   Audio audio{std::vector<int16_t>(n * 8), std::vector<int16_t>(n * 2)};
   const std::vector<float> noise = makeNoise(NoiseColour::White, n * 8, 100);
-  for (size_t k = 0; k < n * 8; ++k) audio.mics[k % n * 8 + k / n] = floatToS16(planes[k] + 3e-4f * noise[k]);
+  for (size_t k = 0; k < n * 8; ++k)
+    audio.mics[k % n * 8 + k / n] = floatToS16(planes[k] + 3e-4f * noise[k]);
   return audio;
 }
 
-// Full-rate square waves (power = amplitude squared) per microphone and on the line-in's left channel.
+// Full-rate square waves (power = amplitude squared) per microphone and on the line-in's left
+// channel.
 Audio levelAudio(const std::vector<int16_t> &micAmplitude, int16_t lineAmplitude, double seconds) {
   const size_t n = static_cast<size_t>(seconds * kRate);
   Audio audio{std::vector<int16_t>(n * 8), std::vector<int16_t>(n * 2)};
   for (size_t i = 0; i < n; ++i) {
     const int sign = i % 2 ? -1 : 1;
-    for (int m = 0; m < 8; ++m) audio.mics[i * 8 + m] = static_cast<int16_t>(sign * micAmplitude[m]);
+    for (int m = 0; m < 8; ++m)
+      audio.mics[i * 8 + m] = static_cast<int16_t>(sign * micAmplitude[m]);
     audio.line[2 * i] = static_cast<int16_t>(sign * lineAmplitude);
   }
   return audio;
@@ -81,8 +87,9 @@ Audio levelAudio(const std::vector<int16_t> &micAmplitude, int16_t lineAmplitude
 // Members in start order, so the daemon ends before the line and the audio it uses go.
 struct Board {
   explicit Board(const Audio &audio) {
-    alsa.feed(3, 8, bytesOf(audio.mics), {0, FEED_PERIOD_FRAMES, kSpeed});  // hw:0,3 digital microphones
-    alsa.feed(2, 2, bytesOf(audio.line), {0, 1024, kSpeed});                // hw:0,2 line-in
+    alsa.feed(3, 8, bytesOf(audio.mics),
+              {0, FEED_PERIOD_FRAMES, kSpeed});               // hw:0,3 digital microphones
+    alsa.feed(2, 2, bytesOf(audio.line), {0, 1024, kSpeed});  // hw:0,2 line-in
     daemon = std::make_unique<DaemonProcess>(DaemonOptions{box.path(), {alsa.environment()}, {}});
   }
 
@@ -91,7 +98,8 @@ struct Board {
     std::vector<Frame> got;
     const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
     while (!any(got, until)) {
-      const double ms = std::chrono::duration<double, std::milli>(end - std::chrono::steady_clock::now()).count();
+      const double ms =
+          std::chrono::duration<double, std::milli>(end - std::chrono::steady_clock::now()).count();
       if (ms <= 0) break;
       const Bytes first = line.receive(1, int(ms) + 1);
       parse(first + line.receiveAll(0), &got);
@@ -113,10 +121,10 @@ struct Board {
     while (i < pending.size()) {
       const uint8_t *b = pending.data() + i;
       const size_t left = pending.size() - i;
-      const bool position =
-          left >= 6 && b[0] == 0xFF && b[1] == 0 && b[3] == 2 && b[4] == 1 && b[5] == uint8_t(b[2] + 3);
-      const bool levels =
-          !position && left >= 11 && b[0] == 0xFF && b[10] == uint8_t(std::accumulate(b + 1, b + 10, 0));
+      const bool position = left >= 6 && b[0] == 0xFF && b[1] == 0 && b[3] == 2 && b[4] == 1 &&
+                            b[5] == uint8_t(b[2] + 3);
+      const bool levels = !position && left >= 11 && b[0] == 0xFF &&
+                          b[10] == uint8_t(std::accumulate(b + 1, b + 10, 0));
       if (b[0] == 0xFF && !position && !levels && left < 11) break;  // perhaps a frame's start
       const size_t len = position ? 6 : levels ? 11 : 0;
       if (len) out->push_back(Bytes(b, b + len));
@@ -131,11 +139,14 @@ TEST(SimulatedBoard, HostReceivesTheTalkersDirection) {
   constexpr int kTalkerDeg = 30;
   Board board(talkerAudio(kTalkerDeg, 1.0, 8.0));
   const auto direction = [](const Frame &f) { return isPosition(f) && f[2] <= 180; };
-  const auto nearTalker = [&](const Frame &f) { return direction(f) && std::abs(f[2] - 90 - kTalkerDeg) <= 2; };
+  const auto nearTalker = [&](const Frame &f) {
+    return direction(f) && std::abs(f[2] - 90 - kTalkerDeg) <= 2;
+  };
   // The estimator publishes after about 1.1 s of speech.
   const std::vector<Frame> got = board.read(kStartupSeconds + 5.0 / kSpeed, nearTalker);
   ASSERT_TRUE(any(got, nearTalker)) << board.daemon->out().substr(0, 3000);
-  for (const Frame &f : got) EXPECT_TRUE(!direction(f) || nearTalker(f)) << "another direction: " << int(f[2]);
+  for (const Frame &f : got)
+    EXPECT_TRUE(!direction(f) || nearTalker(f)) << "another direction: " << int(f[2]);
   EXPECT_TRUE(board.daemon->running());
 }
 
@@ -143,7 +154,8 @@ TEST(SimulatedBoard, TestModeReportsLevelsInsteadOfPositionsUntilStopped) {
   // Microphones 1-3 loud (106 dB), 4-6 quiet (66 dB), 7-8 silent; line-in loud.
   Board board(levelAudio({1000, 1000, 1000, 10, 10, 10, 0, 0}, 1000, 40.0));
   ASSERT_TRUE(any(board.read(kStartupSeconds + 2.0, isPosition), isPosition))
-      << "the first-minute re-send shows the line is up\n" << board.daemon->out();
+      << "the first-minute re-send shows the line is up\n"
+      << board.daemon->out();
 
   board.line.send(command(0x0E, 90, 50));  // start test mode: loud above 90 dB, quiet below 50 dB
   ASSERT_TRUE(any(board.read(2 * kReportSeconds / kSpeed + 2.0, isLevels), isLevels))
@@ -160,28 +172,36 @@ TEST(SimulatedBoard, TestModeReportsLevelsInsteadOfPositionsUntilStopped) {
 
 TEST(SimulatedBoard, CommandsAreAnsweredAndGarbageIsSkipped) {
   Board board(levelAudio(std::vector<int16_t>(8, 0), 0, 1.0));
-  ASSERT_TRUE(any(board.read(kStartupSeconds + 2.0, isPosition), isPosition)) << board.daemon->out();
+  ASSERT_TRUE(any(board.read(kStartupSeconds + 2.0, isPosition), isPosition))
+      << board.daemon->out();
   // Silence: the position stays "no direction", so it is printed only on request.
   EXPECT_EQ(countOccurrences(board.daemon->out(), kPosiLine), 0);
   board.line.send(kGetPosition);
-  ASSERT_TRUE(board.daemon->waitForOutput(std::string(kPosiLine) + "230", 2s)) << board.daemon->out();
-  EXPECT_EQ(board.read(0.5, isPosition).at(0), (Frame{0xFF, 0x00, 230, 0x02, 0x01, 233}));  // no direction
+  ASSERT_TRUE(board.daemon->waitForOutput(std::string(kPosiLine) + "230", 2s))
+      << board.daemon->out();
+  EXPECT_EQ(board.read(0.5, isPosition).at(0),
+            (Frame{0xFF, 0x00, 230, 0x02, 0x01, 233}));  // no direction
 
   // Noise, then frames that look almost right (the parser's own tests have the
   // whole list): none of them may act.
   board.line.send({0x00, 0xFF, 0x13, 0x7E, 0xFE, 0x80, 0x82, 0x01, 0x0D, 0x00, 0x01, 0xFF});
   board.line.send({0x81, 0x01, 0x0E, 0x7F, 0x00, 0xFE});  // update with a bad end byte
-  board.line.send({0x81, 0x01, 0x0D});  // cut off: swallows the start of the next frame, which is lost too
+  board.line.send(
+      {0x81, 0x01, 0x0D});  // cut off: swallows the start of the next frame, which is lost too
   board.line.send(kGetPosition);
   usleep(500000);
-  EXPECT_EQ(countOccurrences(board.daemon->out(), kPosiLine), 1) << "nothing answered the broken frames";
+  EXPECT_EQ(countOccurrences(board.daemon->out(), kPosiLine), 1)
+      << "nothing answered the broken frames";
   board.line.send(kGetPosition);
   EXPECT_TRUE(board.daemon->waitForOutput(kPosiLine, 2s, 2)) << "back in step after the damage";
   EXPECT_EQ(board.box.read("commands.log"), "");
-  EXPECT_EQ(countOccurrences(board.daemon->out(), "start test mode") + countOccurrences(board.daemon->out(), "recv update cmd"), 0);
+  EXPECT_EQ(countOccurrences(board.daemon->out(), "start test mode") +
+                countOccurrences(board.daemon->out(), "recv update cmd"),
+            0);
 
   board.line.send(kReboot);
-  for (int i = 0; i < 60 && board.box.read("commands.log").find("reboot") == std::string::npos; ++i) usleep(50000);
+  for (int i = 0; i < 60 && board.box.read("commands.log").find("reboot") == std::string::npos; ++i)
+    usleep(50000);
   EXPECT_EQ(board.box.read("commands.log"), "sync\nreboot\n");
   EXPECT_TRUE(board.daemon->waitForOutput("recv reboot cmd and reboot..", 1s));
   board.line.send(kGetPosition);  // the sandbox's reboot returns, and the daemon carries on

@@ -21,8 +21,11 @@ pid_t lastDaemonPid(const std::string &log) {
 
 bool heartbeatMoves() {  // within 20 s
   const uint32_t first = readStateSegment("root").heartbeat;
-  return eventually([&] { return readStateSegment("root").present && readStateSegment("root").heartbeat != first; },
-                    20000);
+  return eventually(
+      [&] {
+        return readStateSegment("root").present && readStateSegment("root").heartbeat != first;
+      },
+      20000);
 }
 
 void setUpdateWord(int32_t value) {  // the segment is 0666, as a daemon in an update writes it
@@ -35,28 +38,34 @@ void setUpdateWord(int32_t value) {  // the segment is 0666, as a daemon in an u
 TEST(Supervisor, RestartsAStoppedDaemonButNeverDuringAnUpdate) {
   Sandbox box;
   AlsaSandbox alsa(box);
-  DaemonProcess supervisor({box.path(), {alsa.environment()}, {QV_SUPERVISE_PATH, "--stall", "4", "--", QV_DAEMON_PATH}});
+  DaemonProcess supervisor({box.path(),
+                            {alsa.environment()},
+                            {QV_SUPERVISE_PATH, "--stall", "4", "--", QV_DAEMON_PATH}});
   ASSERT_TRUE(supervisor.waitForOutput(kStarted, kWait));
   ASSERT_TRUE(heartbeatMoves()) << supervisor.out();
 
   const pid_t hung = lastDaemonPid(supervisor.out());
   kill(hung, SIGSTOP);
-  ASSERT_TRUE(supervisor.waitForOutput("heartbeat stalled", kWait) && supervisor.waitForOutput(kStarted, kWait, 2));
+  ASSERT_TRUE(supervisor.waitForOutput("heartbeat stalled", kWait) &&
+              supervisor.waitForOutput(kStarted, kWait, 2));
   EXPECT_NE(kill(hung, 0), 0) << "the hung daemon is gone";
   ASSERT_TRUE(heartbeatMoves()) << supervisor.out();
 
   setUpdateWord(1);
   kill(lastDaemonPid(supervisor.out()), SIGSTOP);
-  ASSERT_TRUE(supervisor.waitForOutput("during an update: not restarting", kWait)) << supervisor.out();
+  ASSERT_TRUE(supervisor.waitForOutput("during an update: not restarting", kWait))
+      << supervisor.out();
   sleep(3);
   EXPECT_EQ(countOccurrences(supervisor.out(), kStarted), 2);
   setUpdateWord(0);
   ASSERT_TRUE(supervisor.waitForOutput(kStarted, kWait, 3)) << supervisor.out();
-  EXPECT_EQ(countOccurrences(supervisor.out(), "restart in 2 s"), 1) << "backs off: the daemon had just started";
+  EXPECT_EQ(countOccurrences(supervisor.out(), "restart in 2 s"), 1)
+      << "backs off: the daemon had just started";
 
   ASSERT_TRUE(supervisor.signal(SIGTERM) && supervisor.waitForExit(kWait));
   EXPECT_EQ(supervisor.exitCode(), 0);
-  EXPECT_EQ(countOccurrences(supervisor.out(), "ended: signal 15 (Terminated)"), 3) << "SIGTERM twice, each time";
+  EXPECT_EQ(countOccurrences(supervisor.out(), "ended: signal 15 (Terminated)"), 3)
+      << "SIGTERM twice, each time";
 }
 
 }  // namespace

@@ -16,9 +16,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (size < 2) return 0;
   std::string file((data[0] | data[1] << 8) % 3000, '\0');
   for (size_t i = 0; i < file.size(); ++i) file[i] = static_cast<char>(i * 37 + data[0]);
-  std::vector<std::string> units{ymodemBlock(0, "quenvarile_ota" + std::string(1, '\0') + std::to_string(file.size()))};
+  std::vector<std::string> units{
+      ymodemBlock(0, "quenvarile_ota" + std::string(1, '\0') + std::to_string(file.size()))};
   for (size_t at = 0; at < file.size(); at += kYmodemDataBytes)
-    units.push_back(ymodemBlock(static_cast<uint8_t>(units.size()), file.substr(at, kYmodemDataBytes)));
+    units.push_back(
+        ymodemBlock(static_cast<uint8_t>(units.size()), file.substr(at, kYmodemDataBytes)));
   units.insert(units.end(), {"\x04", "\x04", ymodemBlock(0, "")});
 
   YmodemFile rx;
@@ -28,7 +30,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   for (size_t i = 2; i < size && next < units.size(); ++i) {
     const unsigned fault = data[i] & 7, arg = data[i] >> 3;
     std::string chunk = units[next];
-    if (fault == 3) chunk[arg * 37 % chunk.size()] ^= static_cast<char>(1 << (arg & 7));  // one bit: the CRC sees it
+    if (fault == 3)
+      chunk[arg * 37 % chunk.size()] ^=
+          static_cast<char>(1 << (arg & 7));  // one bit: the CRC sees it
     if (fault == 4) chunk.resize(1 + arg % chunk.size());
     if (fault == 5) chunk[0] = '\x04';
     if (fault == 6 && ++next) continue;

@@ -76,27 +76,35 @@ struct HostProtocolTest : testing::Test {
 }  // namespace
 
 TEST(HostDecode, RecognisesCommandsAndIgnoresMalformedFrames) {
-  const struct { std::vector<uint8_t> frame; K kind; } cases[] = {
+  const struct {
+    std::vector<uint8_t> frame;
+    K kind;
+  } cases[] = {
       {{0x81, 0x01, 0x0D, 0x00, 0x01, 0xFF}, K::Reboot},
       {{0x81, 0x01, 0x0D, 0x00, 0x02, 0xFF}, K::GetPosition},
       {{0x81, 0x01, 0x0E, 0x7F, 0x00, 0xFF}, K::Update},
       {{0x81, 0x01, 0x0E, 0x12, 0x01, 0xFF}, K::StopTest},
       {{0x81, 0x01, 0x0E, 0x7F, 0x01, 0xFF}, K::StartTest},  // near misses of update and stop
-      {{0x81, 0x01, 0x0E, 0x7F, 0x00, 0xFE}, K::Ignored},  // bad end byte
-      {{0x80, 0x01, 0x0D, 0x00, 0x02, 0xFF}, K::Ignored},  // bad start byte
-      {{0x81, 0x02, 0x0D, 0x00, 0x02, 0xFF}, K::Ignored},  // bad address
-      {{0x81, 0x01, 0x0C, 0x00, 0x02, 0xFF}, K::Ignored},  // unknown group
-      {{0x81, 0x01, 0x0D, 0x00, 0x03, 0xFF}, K::Ignored},  // unknown system command
+      {{0x81, 0x01, 0x0E, 0x7F, 0x00, 0xFE}, K::Ignored},    // bad end byte
+      {{0x80, 0x01, 0x0D, 0x00, 0x02, 0xFF}, K::Ignored},    // bad start byte
+      {{0x81, 0x02, 0x0D, 0x00, 0x02, 0xFF}, K::Ignored},    // bad address
+      {{0x81, 0x01, 0x0C, 0x00, 0x02, 0xFF}, K::Ignored},    // unknown group
+      {{0x81, 0x01, 0x0D, 0x00, 0x03, 0xFF}, K::Ignored},    // unknown system command
   };
   for (const auto &c : cases) {
     const HostCommand got = hostDecodeFrame(c.frame.data());
-    EXPECT_EQ(std::make_tuple(got.kind, got.a, got.b), std::make_tuple(c.kind, c.frame[3], c.frame[4]))
+    EXPECT_EQ(std::make_tuple(got.kind, got.a, got.b),
+              std::make_tuple(c.kind, c.frame[3], c.frame[4]))
         << std::hex << int(c.frame[3]) << " " << int(c.frame[4]);
   }
 }
 
 TEST(HostThresholds, FollowSwapAndDefaultRules) {
-  const struct { uint8_t a, b; int32_t retMode; uint32_t max, min; } cases[] = {
+  const struct {
+    uint8_t a, b;
+    int32_t retMode;
+    uint32_t max, min;
+  } cases[] = {
       {0x12, 0x05, 0, 18, 5},     // plain
       {0x00, 0x00, 0, 95, 90},    // both defaulted
       {0x85, 0x1E, 1, 30, 5},     // raw dB, swapped
@@ -106,7 +114,8 @@ TEST(HostThresholds, FollowSwapAndDefaultRules) {
   };
   for (const auto &c : cases) {
     const TestThresholds t = hostTestThresholds(c.a, c.b);
-    EXPECT_EQ(std::make_tuple(t.sendRetMode, t.micDBmax, t.micDBmin), std::make_tuple(c.retMode, c.max, c.min))
+    EXPECT_EQ(std::make_tuple(t.sendRetMode, t.micDBmax, t.micDBmin),
+              std::make_tuple(c.retMode, c.max, c.min))
         << std::hex << int(c.a) << " " << int(c.b);
   }
 }
@@ -116,7 +125,7 @@ TEST(HostReader, SkipsGarbageReadsSplitAndBackToBackFramesAndDropsBadOnes) {
                        0x81, 0x01, 0x0E, 0x12, 0x01, 0xFF,                    // back to back
                        0x81, 0x01, 0x0E, 0x7F, 0x00, 0xFE,                    // bad end byte
                        0x81, 0x01, 0x0D, 0x00, 0x01, 0xFF,                    // reboot
-                       0x81, 0x01, 0x0D}),                                    // partial: never completes
+                       0x81, 0x01, 0x0D}),  // partial: never completes
               ElementsAre(K::GetPosition, K::StopTest, K::Ignored, K::Reboot));
 }
 
@@ -133,12 +142,17 @@ TEST(HostReader, StaysOffTheLineWhileAnUpdateOwnsIt) {
 // Each row: the second of running time, test mode, update running, a get
 // position request before, the position reported, and what goes out.
 TEST_F(HostProtocolTest, PositionsGoOutOnChangeOrRequestAndOncePerSecondInTheFirstMinute) {
-  const struct { uint32_t second; int32_t testMode, updating, asked; uint32_t position; Bytes sent; } steps[] = {
-      {3, 1, 0, 0, 12, {}},                                    // nothing in test mode
-      {4, 0, 1, 0, 12, {}},                                    // nor during an update,
-      {4, 0, 0, 0, 230, {}},                                   // yet the repeat clock moved
-      {5, 0, 0, 0, 230, positionFrame(230)},                   // unchanged, but second 5 is due
-      {5, 0, 0, 0, 230, {}},                                   // once a second
+  const struct {
+    uint32_t second;
+    int32_t testMode, updating, asked;
+    uint32_t position;
+    Bytes sent;
+  } steps[] = {
+      {3, 1, 0, 0, 12, {}},                                     // nothing in test mode
+      {4, 0, 1, 0, 12, {}},                                     // nor during an update,
+      {4, 0, 0, 0, 230, {}},                                    // yet the repeat clock moved
+      {5, 0, 0, 0, 230, positionFrame(230)},                    // unchanged, but second 5 is due
+      {5, 0, 0, 0, 230, {}},                                    // once a second
       {6, 0, 0, 0, 40, positionFrame(40) + positionFrame(40)},  // the change, then the repeat
       {59, 0, 0, 0, 40, positionFrame(40)},
       {60, 0, 0, 0, 40, {}},  // after the first minute only changes go out
@@ -163,7 +177,9 @@ TEST_F(HostProtocolTest, UartOpensTheLineRaw8N1AndNonBlocking) {
   ASSERT_EQ(tcgetattr(uartFd, &t), 0);  // the terminal's settings, whoever asks
   EXPECT_TRUE(cfgetospeed(&t) == B115200 && cfgetispeed(&t) == B115200);
   EXPECT_EQ(t.c_cflag & (CSIZE | PARENB | CSTOPB | CRTSCTS), static_cast<tcflag_t>(CS8));
-  EXPECT_EQ((t.c_lflag & (ICANON | ECHO | ISIG)) | (t.c_iflag & (ICRNL | IXON)) | (t.c_oflag & OPOST), 0u);
+  EXPECT_EQ(
+      (t.c_lflag & (ICANON | ECHO | ISIG)) | (t.c_iflag & (ICRNL | IXON)) | (t.c_oflag & OPOST),
+      0u);
   uint8_t byte;
   EXPECT_EQ(uartRecv(&byte, 1), -1);  // nothing came: a poll, not a wait
 }
@@ -176,10 +192,11 @@ TEST_F(HostProtocolTest, ClosedLineIsOpenedByTheCallbackAndKeepsAPendingChange) 
   uartFd = 7;  // whatever it was before, a failed open stores -1
   gHostCtrl.uartOpened = 0;
   unlink(QV_SERIAL_DEVICE);
-  const std::string err =
-      stderrOf([] { EXPECT_THAT(stdoutOf([] { onAngleResult(70); }), HasSubstr("uart open err.\n")); });
+  const std::string err = stderrOf(
+      [] { EXPECT_THAT(stdoutOf([] { onAngleResult(70); }), HasSubstr("uart open err.\n")); });
   EXPECT_THAT(err, testing::AllOf(HasSubstr("Can't Open Serial Port"), HasSubstr("SetupSerial 1")));
-  EXPECT_EQ(std::make_tuple(uartFd, gHostCtrl.uartOpened, lastPosi), std::make_tuple(-1, 0, uint8_t{230}));
+  EXPECT_EQ(std::make_tuple(uartFd, gHostCtrl.uartOpened, lastPosi),
+            std::make_tuple(-1, 0, uint8_t{230}));
   ASSERT_EQ(symlink(line.slavePath().c_str(), QV_SERIAL_DEVICE), 0);
   stdoutOf([] { onAngleResult(70); });
   EXPECT_EQ(gHostCtrl.uartOpened, 1);
@@ -190,13 +207,20 @@ TEST_F(HostProtocolTest, ClosedLineIsOpenedByTheCallbackAndKeepsAPendingChange) 
 // depend on them. (The behaviour behind each is tested above.)
 TEST_F(HostProtocolTest, LogLinesAsTheOperatorsKnowThem) {
   runSeconds = 100;
-  const struct { HostCommand command; int32_t testModeAfter; const char *text; } cases[] = {
-      {{K::StartTest, 0x85, 0x1E}, 1,
+  const struct {
+    HostCommand command;
+    int32_t testModeAfter;
+    const char *text;
+  } cases[] = {
+      {{K::StartTest, 0x85, 0x1E},
+       1,
        "-->velquare_uart_proc 1616: start test mode..\n"
        "-->velquare_uart_proc 1633: sendRetMode:1, micDBmax:30, micDBmin:5\n"},
       {{K::Update, 0x7F, 0x00}, 1, ""},  // refused in test mode
       {{K::StopTest, 0x12, 0x01}, 0, "-->velquare_uart_proc 1610: stop test mode..\n"},
-      {{K::GetPosition, 0x00, 0x02}, 0, "-->velquare_uart_proc 1649: recv get posi cmd and send posi..\n"},
+      {{K::GetPosition, 0x00, 0x02},
+       0,
+       "-->velquare_uart_proc 1649: recv get posi cmd and send posi..\n"},
       {{K::Reboot, 0x00, 0x01}, 0, "-->velquare_uart_proc 1640: recv reboot cmd and reboot..\n"},
   };
   for (const auto &c : cases) {
@@ -204,7 +228,8 @@ TEST_F(HostProtocolTest, LogLinesAsTheOperatorsKnowThem) {
     EXPECT_EQ(gHostCtrl.testMode, c.testModeAfter) << c.text;
   }
   EXPECT_EQ(sandbox.read("commands.log"), "sync\nreboot\n");  // sync first, then reboot
-  EXPECT_EQ(std::make_tuple(gHostCtrl.sendRetMode, gHostCtrl.micDBmax, gHostCtrl.micDBmin), std::make_tuple(1, 30u, 5u));
+  EXPECT_EQ(std::make_tuple(gHostCtrl.sendRetMode, gHostCtrl.micDBmax, gHostCtrl.micDBmin),
+            std::make_tuple(1, 30u, 5u));
   EXPECT_EQ(stdoutOf([] { onAngleResult(37); }),
             "----------------------------> posi : 37\nsend data is :\nff 00 25 02 01 28 \n");
   const uint8_t bytes[] = {0x81, 0x0d};

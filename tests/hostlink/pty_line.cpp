@@ -48,10 +48,12 @@ Bytes PtyLine::receiveAll(int quietMs) const { return receive(SIZE_MAX, quietMs)
 
 std::string PtyLine::receiveUntil(const std::string &until, int timeoutMs) const {
   std::string got;
-  eventually([&] {
-    const Bytes b = receive(SIZE_MAX, 0);
-    got.append(b.begin(), b.end());
-    return got.find(until) != std::string::npos;
-  }, timeoutMs);
+  eventually(
+      [&] {
+        const Bytes b = receive(SIZE_MAX, 0);
+        got.append(b.begin(), b.end());
+        return got.find(until) != std::string::npos;
+      },
+      timeoutMs);
   return got;
 }

@@ -14,9 +14,13 @@
 
 namespace {
 
-std::string abortLine(int sig) { return std::string("Aborted by signal ") + strsignal(sig) + "...\n"; }
+std::string abortLine(int sig) {
+  return std::string("Aborted by signal ") + strsignal(sig) + "...\n";
+}
 // Standard error carries other lines as well (the serial side, for one).
-int abortLines(const DaemonProcess &daemon) { return countOccurrences(daemon.err(), "Aborted by signal"); }
+int abortLines(const DaemonProcess &daemon) {
+  return countOccurrences(daemon.err(), "Aborted by signal");
+}
 
 class DaemonTest : public testing::Test {
  protected:
@@ -36,7 +40,8 @@ class DaemonTest : public testing::Test {
   // The main loop still turns: two more heartbeats from now.
   void expectAlive(DaemonProcess &daemon) {
     const uint32_t now = heartbeat();
-    EXPECT_TRUE(eventually([&] { return heartbeat() > now + 1; }, 15000)) << "heartbeat stuck at " << now;
+    EXPECT_TRUE(eventually([&] { return heartbeat() > now + 1; }, 15000))
+        << "heartbeat stuck at " << now;
     EXPECT_TRUE(daemon.running()) << daemon.describeEnd();
   }
 
@@ -69,7 +74,9 @@ TEST_P(TwoStepStop, OnlyTheSameStopSignalTwiceEndsTheProcess) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Signals, TwoStepStop, testing::Values(SIGINT, SIGTERM),
-                         [](const auto &info) { return std::string(info.param == SIGINT ? "Int" : "Term"); });
+                         [](const auto &info) {
+                           return std::string(info.param == SIGINT ? "Int" : "Term");
+                         });
 
 // Six build-time numbers, none with a leading zero; later lines come from the
 // angle service too, the main thread's own line follows the banner.
@@ -95,7 +102,9 @@ TEST_F(DaemonTest, EndpointFailureTearsDownAndExitsWithStatusZero) {
   ASSERT_TRUE(daemon->waitForExit()) << daemon->out();
   EXPECT_EQ(daemon->exitCode(), 0) << daemon->describeEnd();
   const std::string out = daemon->out();
-  EXPECT_TRUE(std::regex_search(out, std::regex("\n-->main [0-9]+: velquare_audioprocess_init err!\n"))) << out;
+  EXPECT_TRUE(
+      std::regex_search(out, std::regex("\n-->main [0-9]+: velquare_audioprocess_init err!\n")))
+      << out;
   // Neither the angle service nor the heartbeat ever started.
   EXPECT_EQ(out.find("init ok!"), std::string::npos) << out;
   EXPECT_EQ(heartbeat(), 0u);

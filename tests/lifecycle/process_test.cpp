@@ -26,14 +26,16 @@ using testing::HasSubstr;
 ScriptedPcm *announcing[4];
 void openAnnouncingPcms() {
   for (int i = 0; i < 4; ++i)
-    gEndpoints[i].pcm = (announcing[i] = new ScriptedPcm("hw:0,3", SND_PCM_STREAM_CAPTURE, {}, true))->pcm();
+    gEndpoints[i].pcm =
+        (announcing[i] = new ScriptedPcm("hw:0,3", SND_PCM_STREAM_CAPTURE, {}, true))->pcm();
 }
 
 // SIGABRT ends the process at once with status 1 and leaves the PCMs to the
 // kernel; the exit routine closes every open one and exits with its status.
 TEST(ExitPaths, AbortSignalLeavesThePcmsAndTheExitRoutineClosesThem) {
-  EXPECT_EXIT((openAnnouncingPcms(), abort_signal_handler(SIGABRT)), testing::ExitedWithCode(1),
-              testing::AllOf(HasSubstr("Aborted by signal"), testing::Not(HasSubstr("pcm closed"))));
+  EXPECT_EXIT(
+      (openAnnouncingPcms(), abort_signal_handler(SIGABRT)), testing::ExitedWithCode(1),
+      testing::AllOf(HasSubstr("Aborted by signal"), testing::Not(HasSubstr("pcm closed"))));
   EXPECT_EXIT((openAnnouncingPcms(), program_exit(7)), testing::ExitedWithCode(7),
               testing::ContainsRegex("^(pcm closed\n){4}$"));
 }
@@ -52,7 +54,8 @@ TEST(StateSegment, CreatesTwelveBytesForEveryoneAndTakesAnExistingOneAsItIs) {
   ASSERT_EQ(velquare_shm_create(), 0);
   shmid_ds info{};
   ASSERT_EQ(shmctl(shmget(ftok("root", SHM_PROJECT_ID), 0, 0), IPC_STAT, &info), 0);
-  EXPECT_EQ(std::make_tuple(info.shm_segsz, info.shm_perm.mode & 0777), std::make_tuple(size_t{12}, 0666));
+  EXPECT_EQ(std::make_tuple(info.shm_segsz, info.shm_perm.mode & 0777),
+            std::make_tuple(size_t{12}, 0666));
   *velquare_shm_get() = StateSegment{41, 90, {}, 1};
   const SegmentSnapshot seen = readStateSegment(sandbox.file("root"));
   EXPECT_TRUE(seen.present && seen.heartbeat == 41 && seen.position == 90 && seen.updating == 1);

@@ -91,8 +91,9 @@ TEST_F(AngleModule, ReferenceBlocksAreTakenEvenWhileNoFrameIsQueued) {
   ASSERT_EQ(velquare_orienAngle_init(8, 960, 48000, 16, countingCallback), 0);
   std::vector<uint8_t> block = pattern(2 * kBlock, 4);
   ASSERT_EQ(velquare_orienAngle_writeAudioSpkinData(block.data(), 2 * kBlock), 0);
-  EXPECT_TRUE(eventually([] { return sharedLoad(gVelquareSpeach.getAudioBuffSpkinNum) == 2u * kBlock; }))
-      << sharedLoad(gVelquareSpeach.getAudioBuffSpkinNum);
+  EXPECT_TRUE(eventually([] {
+    return sharedLoad(gVelquareSpeach.getAudioBuffSpkinNum) == 2u * kBlock;
+  })) << sharedLoad(gVelquareSpeach.getAudioBuffSpkinNum);
   EXPECT_EQ(sharedLoad(callbackCount), 0u);
 }
 

@@ -79,8 +79,8 @@ TEST_F(AnglePipeline, BinSelectionNeedsThreeTimesNoiseAndOneAndAHalfTimesItsLeve
   std::fill_n(est_->binPowerSmooth, ORIEN_BINS, 0.0f);
   std::fill_n(est_->binPower, ORIEN_BINS, 10.0f);
   std::fill_n(est_->binSelected, ORIEN_BINS, 7);
-  est_->binPower[100] = 3.0f;                                 // exactly 3 x noise
-  est_->binPower[101] = std::nextafter(3.0f, 4.0f);            // just above
+  est_->binPower[100] = 3.0f;                                    // exactly 3 x noise
+  est_->binPower[101] = std::nextafter(3.0f, 4.0f);              // just above
   est_->binPower[300] = 6.0f, est_->binPowerSmooth[300] = 4.0f;  // exactly 1.5 x level
   est_->binPower[301] = 6.0f, est_->binPowerSmooth[301] = 3.99f;
   angleSelectBins(est_);
@@ -94,13 +94,17 @@ TEST_F(AnglePipeline, BinSelectionNeedsThreeTimesNoiseAndOneAndAHalfTimesItsLeve
 // Ten consecutive samples within one of zero (+-2 is a sample value), also
 // across a plane boundary; nine are not enough.
 TEST_F(AnglePipeline, DigitalSilenceIsTenConsecutiveSamplesWithinOne) {
-  const std::vector<float> frame = testsig::noiseAwayFromZero(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE, 500.0f, 4);
+  const std::vector<float> frame =
+      testsig::noiseAwayFromZero(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE, 500.0f, 4);
   const struct {
     int from, count;
     float v;
     bool silent;
-  } cases[] = {{0, 0, 0.0f, false},   {0, 10, 0.0f, true},    {100, 9, 0.0f, false},
-               {955, 10, 1.9f, true}, {300, 10, 2.0f, false}};
+  } cases[] = {{0, 0, 0.0f, false},
+               {0, 10, 0.0f, true},
+               {100, 9, 0.0f, false},
+               {955, 10, 1.9f, true},
+               {300, 10, 2.0f, false}};
   for (const auto &c : cases) {
     std::vector<float> f = frame;
     for (int i = c.from; i < c.from + c.count; ++i) f[i] = (i % 2) ? c.v : -c.v;
@@ -134,12 +138,18 @@ TEST_F(AnglePipeline, UpdateGateTimingLoudspeakerStaleTimeoutAndSmoothing) {
       {"17 of 50, not latched", 100, false, {0, 16, 49, 70}, 80, 5, 80, 0},
       {"17 of 50, latched", 100, true, {0, 16, 49, 70}, 80, 5, 231, 0},
       {"flagged frames are not pooled", 100, false, {49, 80}, 230, 20, 230, 21},
-      {"step", 95, false, {}, 90, 19, 91, 0},   {"step", 95, false, {}, 91, 19, 92, 0},
-      {"step", 95, false, {}, 90, 79, 92, 0},   {"step", 92, false, {}, 90, 79, 92, 0},
-      {"step", 92, false, {}, 90, 19, 91, 0},   {"step", 91, false, {}, 90, 19, 91, 0},
-      {"step", 89, false, {}, 90, 79, 89, 0},   {"jump", 96, false, {}, 90, 19, 96, 0},
-      {"jump", 84, false, {}, 90, 19, 84, 0},   {"step", 95, false, {}, 100, 19, 99, 0},
-      {"step", 95, false, {}, 100, 79, 98, 0},  {"first", 17, false, {}, 230, 19, 17, 0},
+      {"step", 95, false, {}, 90, 19, 91, 0},
+      {"step", 95, false, {}, 91, 19, 92, 0},
+      {"step", 95, false, {}, 90, 79, 92, 0},
+      {"step", 92, false, {}, 90, 79, 92, 0},
+      {"step", 92, false, {}, 90, 19, 91, 0},
+      {"step", 91, false, {}, 90, 19, 91, 0},
+      {"step", 89, false, {}, 90, 79, 89, 0},
+      {"jump", 96, false, {}, 90, 19, 96, 0},
+      {"jump", 84, false, {}, 90, 19, 84, 0},
+      {"step", 95, false, {}, 100, 19, 99, 0},
+      {"step", 95, false, {}, 100, 79, 98, 0},
+      {"first", 17, false, {}, 230, 19, 17, 0},
       {"resume", 170, false, {}, 231, 19, 170, 0},
   };
   for (const auto &c : cases) {
@@ -147,12 +157,13 @@ TEST_F(AnglePipeline, UpdateGateTimingLoudspeakerStaleTimeoutAndSmoothing) {
     if (c.peak >= 0) agreeingHistory(c.peak);
     est_->farEnd.farEndLatched = c.latched;
     for (size_t i = 0; i < c.flagged.size(); i += 2)
-      for (int back = c.flagged[i]; back < c.flagged[i + 1]; ++back) est_->farEnd.farEndFlag[slot(back)] = 1;
+      for (int back = c.flagged[i]; back < c.flagged[i + 1]; ++back)
+        est_->farEnd.farEndFlag[slot(back)] = 1;
     est_->curAngle = c.cur;
     decideAt(c.idleBefore);
     EXPECT_TRUE(est_->curAngle == c.want && est_->idleFrames == c.wantIdle)
-        << c.what << " " << c.cur << " -> " << c.peak << " at " << c.idleBefore << ": " << est_->curAngle
-        << ", idle " << est_->idleFrames;
+        << c.what << " " << c.cur << " -> " << c.peak << " at " << c.idleBefore << ": "
+        << est_->curAngle << ", idle " << est_->idleFrames;
   }
 }
 
@@ -163,16 +174,26 @@ TEST_F(AnglePipeline, AcceptanceThresholdsAreStrict) {
     int passing, failing;
     void (*atAge)(AnglePipeline *t, int back, int n);  // shapes ages 1..79
   } cases[] = {
-      {"voiced frames", 20, 19, [](AnglePipeline *t, int back, int n) {
-         t->est_->decision.vadFlag[t->slot(back)] = back <= n; }},
-      {"speech frames", 12, 11, [](AnglePipeline *t, int back, int n) {
-         t->est_->decision.speechFlag[t->slot(back)] = back > 79 - n; }},
-      {"pooled frames", 20, 19, [](AnglePipeline *t, int back, int n) {  // 4 near, n - 5 far, one at age 61
-         if (back >= 5) t->setFrame(back, back < n || back == 60 ? 100 : kNone); }},
-      {"oldest pooled age", 50, 49, [](AnglePipeline *t, int back, int n) {
-         if (back >= n) t->setFrame(back, 140); }},
-      {"near agreement", 3, 2, [](AnglePipeline *t, int back, int n) {
-         if (back > n && back <= 4) t->setFrame(back, 107); }},
+      {"voiced frames", 20, 19,
+       [](AnglePipeline *t, int back, int n) {
+         t->est_->decision.vadFlag[t->slot(back)] = back <= n;
+       }},
+      {"speech frames", 12, 11,
+       [](AnglePipeline *t, int back, int n) {
+         t->est_->decision.speechFlag[t->slot(back)] = back > 79 - n;
+       }},
+      {"pooled frames", 20, 19,
+       [](AnglePipeline *t, int back, int n) {  // 4 near, n - 5 far, one at age 61
+         if (back >= 5) t->setFrame(back, back < n || back == 60 ? 100 : kNone);
+       }},
+      {"oldest pooled age", 50, 49,
+       [](AnglePipeline *t, int back, int n) {
+         if (back >= n) t->setFrame(back, 140);
+       }},
+      {"near agreement", 3, 2,
+       [](AnglePipeline *t, int back, int n) {
+         if (back > n && back <= 4) t->setFrame(back, 107);
+       }},
   };
   for (const auto &c : cases) {
     for (bool pass : {true, false}) {
@@ -193,7 +214,8 @@ TEST_F(AnglePipeline, PoolingFollowsTheNearPoolsPeakAndTiesGoLow) {
   setFrame(0, 100, 0.1f);
   for (int back = 1; back <= 4; ++back) {
     setFrame(back, 104);
-    for (int a = 0; a < ORIEN_ANGLE_NUM; ++a) est_->angleSpectrum[slot(back)][a] = a == 106 ? 10.0f : 0.0f;
+    for (int a = 0; a < ORIEN_ANGLE_NUM; ++a)
+      est_->angleSpectrum[slot(back)][a] = a == 106 ? 10.0f : 0.0f;
   }
   for (int back = 5; back < 80; ++back) setFrame(back, 111);  // 5 from 106, 11 from 100
   decideAt(20);
@@ -211,7 +233,8 @@ TEST_F(AnglePipeline, PoolingFollowsTheNearPoolsPeakAndTiesGoLow) {
 // After 5000 idle frames without a direction the voice model restarts (the idle
 // count starts over); broadband noise is not a voice.
 TEST_F(AnglePipeline, LongIdleRestartsTheVoiceModelAndNoiseIsNotVoiced) {
-  const std::vector<float> noise = testsig::noiseAwayFromZero(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE, 300.0f, 9);
+  const std::vector<float> noise =
+      testsig::noiseAwayFromZero(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE, 300.0f, 9);
   for (uint32_t cur : {230u, 90u}) {
     est_->idleFrames = 5001;
     est_->curAngle = cur;
@@ -239,7 +262,8 @@ TEST_F(AnglePipeline, SilentFrameSkipsTheNextTwoFramesAndAnalysesTheThird) {
   const std::vector<float> quiet = testsig::noiseAwayFromZero(planes.size(), 4.0f, 6);
   for (size_t i = 0; i < planes.size(); ++i) planes[i] += quiet[i];
   for (int m = 0; m < ORIEN_MIC_NUM; ++m)
-    std::memset(planes.data() + m * n + silent * ORIEN_FRAME_SIZE, 0, sizeof(float) * ORIEN_FRAME_SIZE);
+    std::memset(planes.data() + m * n + silent * ORIEN_FRAME_SIZE, 0,
+                sizeof(float) * ORIEN_FRAME_SIZE);
   std::vector<float> frame(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE);
   const int expectedHold[] = {2, 3, 4, 5, 0};
   for (int f = 0; f < frames; ++f) {
@@ -250,7 +274,8 @@ TEST_F(AnglePipeline, SilentFrameSkipsTheNextTwoFramesAndAnalysesTheThird) {
     const int i = f - silent;
     const int peak = static_cast<int>(est_->peakAngles[s][0]);
     EXPECT_TRUE(i >= 5 || est_->holdCount == expectedHold[i]) << "frame " << f;
-    EXPECT_TRUE(i < 3 ? peak == 230 : std::abs(peak - 120) <= 1) << "frame " << f << " peak " << peak;
+    EXPECT_TRUE(i < 3 ? peak == 230 : std::abs(peak - 120) <= 1)
+        << "frame " << f << " peak " << peak;
   }
 }
 

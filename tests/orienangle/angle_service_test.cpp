@@ -100,7 +100,8 @@ TEST_F(ServiceTurn, TestModeMetersInsteadOfFeedingTheModuleAndSendsTheReport) {
     }
   });
   EXPECT_TRUE(gVelquareSpeach.setAudioBuffNum == 0u && gVelquareSpeach.setAudioBuffSpkinNum == 0u);
-  EXPECT_EQ(line.receiveAll(), (Bytes{0xFF, 0x01, 0x20, 0x10, 0x10, 0x01, 0x01, 0x20, 0x10, 0x01, 0x74}));
+  EXPECT_EQ(line.receiveAll(),
+            (Bytes{0xFF, 0x01, 0x20, 0x10, 0x10, 0x01, 0x01, 0x20, 0x10, 0x01, 0x74}));
   uartClose();
 }
 
@@ -117,7 +118,8 @@ TEST(AngleLog, EachLineAsTheOperatorsKnowIt) {
     const char *line;
   } cases[] = {
       {"init, bad frame size", [] { velquare_orienAngle_init(8, 0, 48000, 16, nullptr); },
-       "------err: velquare_orienAngle_init 476 ---> micNum[8], frameSize[0], sampleRate[48000], bitDepth[16]\n"},
+       "------err: velquare_orienAngle_init 476 ---> micNum[8], frameSize[0], sampleRate[48000], "
+       "bitDepth[16]\n"},
       {"write, no length", [&] { velquare_orienAngle_writeAudioData(frame.data(), 0); },
        "------err: velquare_orienAngle_writeAudioData 301 ---> InputDataLen[0]\n"},
       {"write, no data", [] { velquare_orienAngle_writeAudioData(nullptr, 5); },
@@ -134,15 +136,25 @@ TEST(AngleLog, EachLineAsTheOperatorsKnowIt) {
        "------err: velquare_orienAngle_process 104 ---> input_data == NULL\n"},
       {"process, no length", [&] { velquare_orienAngle_process(frame.data(), 0); },
        "------err: velquare_orienAngle_process 109 ---> input_data_len[0]\n"},
-      {"ring full", [&] { audioBuffCreate(), velquare_orienAngle_writeAudioData(ring.data(), ANGLE_RING_BYTES + 1); },
+      {"ring full",
+       [&] {
+         audioBuffCreate(), velquare_orienAngle_writeAudioData(ring.data(), ANGLE_RING_BYTES + 1);
+       },
        "audio is full, gVelquareSpeach.setAudioBuffNum - gVelquareSpeach.getAudioBuffNum : 0\n"},
       {"reference ring full",
-       [&] { audioBuffSpkinCreate(), velquare_orienAngle_writeAudioSpkinData(ring.data(), ANGLE_RING_BYTES + 1); },
-       "audio is full, gVelquareSpeach.setAudioBuffSpkinNum - gVelquareSpeach.getAudioBuffSpkinNum : 0\n"},
-      {"init", [] { velquare_orienAngle_uninit(), velquare_orienAngle_init(8, 480, 16000, 8, nullptr); },
-       "velquare_orienAngle_init : \nmicNum     : 8\nframeSize  : 480\nsampleRate : 16000\nbitDepth   : 8\n"},
+       [&] {
+         audioBuffSpkinCreate(),
+             velquare_orienAngle_writeAudioSpkinData(ring.data(), ANGLE_RING_BYTES + 1);
+       },
+       "audio is full, gVelquareSpeach.setAudioBuffSpkinNum - gVelquareSpeach.getAudioBuffSpkinNum "
+       ": 0\n"},
+      {"init",
+       [] { velquare_orienAngle_uninit(), velquare_orienAngle_init(8, 480, 16000, 8, nullptr); },
+       "velquare_orienAngle_init : \nmicNum     : 8\nframeSize  : 480\nsampleRate : "
+       "16000\nbitDepth   : 8\n"},
       // Leaving test mode restarts the period's count but keeps the sums: 450 frames' energy.
-      {"level period", [&] {
+      {"level period",
+       [&] {
          levelMeterInit(&m);
          for (int i = 0; i < 450; ++i) {
            levelMeterAddMic(&m, kMic.data(), kCodes);
@@ -150,10 +162,14 @@ TEST(AngleLog, EachLineAsTheOperatorsKnowIt) {
            if (i >= 200) levelMeterAddLine(&m, line.data(), kCodes);
          }
        },
-       "\nMDitgitMic(ch1):86400000000.000000, DBVal:109\nMDitgitMic(ch2):8640000.000000, DBVal:69->lowVolum\n"
-       "MDitgitMic(ch3):86400.000000, DBVal:49->noVolum\nMDitgitMic(ch4):0.000000, DBVal:0->noVolum\n"
-       "MDitgitMic(ch5):86400000000.000000, DBVal:109\nMDitgitMic(ch6):86400000000.000000, DBVal:109\n"
-       "MDitgitMic(ch7):8640000.000000, DBVal:69->lowVolum\nMDitgitMic(ch8):0.000000, DBVal:0->noVolum\n"
+       "\nMDitgitMic(ch1):86400000000.000000, DBVal:109\nMDitgitMic(ch2):8640000.000000, "
+       "DBVal:69->lowVolum\n"
+       "MDitgitMic(ch3):86400.000000, DBVal:49->noVolum\nMDitgitMic(ch4):0.000000, "
+       "DBVal:0->noVolum\n"
+       "MDitgitMic(ch5):86400000000.000000, DBVal:109\nMDitgitMic(ch6):86400000000.000000, "
+       "DBVal:109\n"
+       "MDitgitMic(ch7):8640000.000000, DBVal:69->lowVolum\nMDitgitMic(ch8):0.000000, "
+       "DBVal:0->noVolum\n"
        "\nMLineIn:4800000.000000, DBVal:66->lowVolum\n"},
   };
   velquare_orienAngle_uninit();

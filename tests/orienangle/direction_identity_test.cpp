@@ -60,7 +60,8 @@ std::vector<uint8_t> publish(const Recording &r, bool reference) {
   uint8_t angle, aux;
   for (size_t f = 0; f < r.n / ORIEN_FRAME_SIZE; ++f) {
     testsig::frameOf(r.planes, r.n, f, frame.data());
-    angleFrameProcess(est, frame.data(), frame.data(), r.line.data() + f * ORIEN_FRAME_SIZE, &angle, &aux);
+    angleFrameProcess(est, frame.data(), frame.data(), r.line.data() + f * ORIEN_FRAME_SIZE, &angle,
+                      &aux);
     out.push_back(angle);
   }
   orienAngleEstimatorDestroy(est);
@@ -79,7 +80,8 @@ TEST(DirectionIdentity, FastAndReferenceArithmeticPublishTheSameDirections) {
     const size_t n = static_cast<size_t>(c.seconds * kRate);
     std::vector<double> theta(n);
     for (size_t i = 0; i < n; ++i) theta[i] = c.from + (c.to - c.from) * static_cast<double>(i) / n;
-    const Recording r = record(c.seconds, theta, c.snrDb, static_cast<size_t>(c.speakerAt * kRate), seed++);
+    const Recording r =
+        record(c.seconds, theta, c.snrDb, static_cast<size_t>(c.speakerAt * kRate), seed++);
     const std::vector<uint8_t> fast = publish(r, false), plain = publish(r, true);
     frames += fast.size();
     for (size_t f = 0; f < fast.size(); ++f) {
@@ -90,7 +92,8 @@ TEST(DirectionIdentity, FastAndReferenceArithmeticPublishTheSameDirections) {
       if (fast[f] == plain[f]) continue;
       ++differing;
       EXPECT_TRUE(fast[f] <= 180 && plain[f] <= 180 && std::abs(fast[f] - plain[f]) <= 1)
-          << "talker " << c.from << " frame " << f << ": " << int(fast[f]) << " vs " << int(plain[f]);
+          << "talker " << c.from << " frame " << f << ": " << int(fast[f]) << " vs "
+          << int(plain[f]);
     }
   }
   EXPECT_LE(differing * 1000, frames) << differing << " of " << frames << " frames differ";

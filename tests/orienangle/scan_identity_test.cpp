@@ -37,15 +37,18 @@ TEST(ScanAccuracy, FastScanStaysWithinTheBoundOfThePlainScan) {
   // an entry left unwritten is caught too.
   auto expectClose = [&](double density) {
     std::bernoulli_distribution keep(density < 0.0 ? 0.0 : density);
-    for (int k = ORIEN_SCAN_FIRST_BIN; k < ORIEN_BINS && density >= 0.0; ++k) est->binSelected[k] = keep(rng);
+    for (int k = ORIEN_SCAN_FIRST_BIN; k < ORIEN_BINS && density >= 0.0; ++k)
+      est->binSelected[k] = keep(rng);
     spatialSpectrumScanReference(est, spectra);
     const std::vector<float> plain(row, row + ORIEN_ANGLE_NUM);
     std::fill(row, row + ORIEN_ANGLE_NUM, NAN);
     const int best = spatialSpectrumScan(est, spectra);
     const float top = *std::max_element(plain.begin(), plain.end());
     for (int a = 0; a < ORIEN_ANGLE_NUM; ++a)
-      ASSERT_LE(std::fabs(row[a] - plain[a]), kBound * top) << "density " << density << ", angle " << a;
-    ASSERT_GE(plain[best], top - kBound * top) << "density " << density;  // the maximum, up to a near-tie
+      ASSERT_LE(std::fabs(row[a] - plain[a]), kBound * top)
+          << "density " << density << ", angle " << a;
+    ASSERT_GE(plain[best], top - kBound * top)
+        << "density " << density;  // the maximum, up to a near-tie
   };
 
   // Speech from several directions over a little noise, then noise alone.
@@ -55,7 +58,8 @@ TEST(ScanAccuracy, FastScanStaysWithinTheBoundOfThePlainScan) {
   for (double theta : {-90.0, -52.5, 0.0, 33.0, 90.0, 999.0}) {
     std::vector<float> planes = testsig::noise(ORIEN_MIC_NUM * n, theta > 90.0 ? 500.0f : 30.0f, 3);
     if (theta <= 90.0) {
-      const std::vector<float> speech = testsig::arrayFrom({talker.begin(), talker.begin() + n}, theta);
+      const std::vector<float> speech =
+          testsig::arrayFrom({talker.begin(), talker.begin() + n}, theta);
       for (size_t i = 0; i < planes.size(); ++i) planes[i] += 3000.0f * speech[i];
     }
     for (size_t f = 0; f < n / ORIEN_FRAME_SIZE; ++f) {

@@ -21,19 +21,22 @@ namespace {
 TEST(Spectrum, AnalysisBlockSlidesTheHistoryAndTheFastTransformMatchesTheReference) {
   OrienAngleEstimator *est = orienAngleEstimatorCreate();
   std::vector<float> frames = testsig::noise(4 * ORIEN_FRAME_SIZE, 500.0f, 3);
-  for (int n = 0; n < 4 * ORIEN_FRAME_SIZE; ++n) frames[n] += std::round(2e4f * std::sin(n * 2.301f));
+  for (int n = 0; n < 4 * ORIEN_FRAME_SIZE; ++n)
+    frames[n] += std::round(2e4f * std::sin(n * 2.301f));
   std::vector<float> history(ORIEN_HISTORY, 0.0f), fastHistory = history;
   std::vector<OrienComplex> out(ORIEN_SPECTRUM_BINS), fast(ORIEN_SPECTRUM_BINS, {7.0f, 7.0f}),
       expected(ORIEN_SPECTRUM_BINS);
   for (int f = 0; f < 4; ++f) {
     spectrumAnalyseBlock(nullptr, history.data(), frames.data() + f * ORIEN_FRAME_SIZE, out.data());
-    spectrumAnalyseBlock(est->transformPlan, fastHistory.data(), frames.data() + f * ORIEN_FRAME_SIZE,
-                         fast.data());
+    spectrumAnalyseBlock(est->transformPlan, fastHistory.data(),
+                         frames.data() + f * ORIEN_FRAME_SIZE, fast.data());
     float peak = 0.0f;
     for (const OrienComplex &x : out) peak = std::max(peak, std::hypot(x.re, x.im));
     for (int k = 0; k < ORIEN_SPECTRUM_BINS; ++k)
-      ASSERT_TRUE(k < ORIEN_BINS ? std::hypot(fast[k].re - out[k].re, fast[k].im - out[k].im) <= 1e-5f * peak
-                                 : fast[k].re == 7.0f && fast[k].im == 7.0f) << f << " " << k;
+      ASSERT_TRUE(k < ORIEN_BINS
+                      ? std::hypot(fast[k].re - out[k].re, fast[k].im - out[k].im) <= 1e-5f * peak
+                      : fast[k].re == 7.0f && fast[k].im == 7.0f)
+          << f << " " << k;
   }
   for (int i = 0; i < ORIEN_HISTORY; ++i)
     ASSERT_TRUE(history[i] == frames[ORIEN_FRAME_SIZE + i] && fastHistory[i] == history[i]) << i;

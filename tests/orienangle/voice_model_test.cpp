@@ -42,7 +42,8 @@ struct VoiceModel {
       const float p = rnnoise_process_frame(st, gains, in);
       EXPECT_TRUE(p >= 0.0f && p <= 1.0f) << s;
       for (int b = 0; b < kBands; ++b) {
-        EXPECT_TRUE(gains[b] >= 0.6f * last[b] && gains[b] <= 1.0f) << "sample " << s << " band " << b;
+        EXPECT_TRUE(gains[b] >= 0.6f * last[b] && gains[b] <= 1.0f)
+            << "sample " << s << " band " << b;
         atFloor += gains[b] == 0.6f * last[b] && last[b] > 0.02f;
         last[b] = gains[b];
       }
@@ -67,15 +68,18 @@ TEST(VoiceModel, FollowsTheOriginalModelOnRecordedSpeechInNoise) {
     if (r.name != "pink-5" && r.name != "knocks-10" && r.name != "street-5") continue;
     Sandbox box;
     const std::string array = box.file("array.wav");
-    const std::string args = voiceRenderSources(kVoicePromptDir, r, box.file("src"), array, box.file("line.wav"));
+    const std::string args =
+        voiceRenderSources(kVoicePromptDir, r, box.file("src"), array, box.file("line.wav"));
     if (args.empty()) GTEST_SKIP() << "asterisk-core-sounds-en-wav is not installed";
-    ASSERT_EQ(0, runTool(std::string(QV_SIMULATE_PATH) + " " + args + " 2>/dev/null").status) << r.name;
+    ASSERT_EQ(0, runTool(std::string(QV_SIMULATE_PATH) + " " + args + " 2>/dev/null").status)
+        << r.name;
     WavData wav;
     ASSERT_EQ("", wavRead(array, &wav));
     std::vector<float> mic0 = wavChannel(wav, 0);
     for (float &x : mic0) x *= 32768.0f;
-    const VoiceAgreement a = voiceAgreementMeasure(
-        mic0, voiceReferenceRead(QV_VOICE_FIXTURES "/" + r.name + ".txt"), int(kVoiceLeadSeconds * 50));
+    const VoiceAgreement a =
+        voiceAgreementMeasure(mic0, voiceReferenceRead(QV_VOICE_FIXTURES "/" + r.name + ".txt"),
+                              int(kVoiceLeadSeconds * 50));
     ASSERT_GT(a.frames, 500) << r.name;
     EXPECT_GT(a.agreeing, 0.92 * a.frames) << r.name;
     EXPECT_LE(a.leadOurs, a.leadReference + 2) << r.name;
@@ -92,7 +96,8 @@ TEST(VoiceModel, GainsReleaseAtTheFloorAndVoiceEndsAfterTheTalker) {
   for (size_t i = 0; i < x.size(); ++i) x[i] += 0.01f * noise[i];
   VoiceModel vm;
   EXPECT_GT(vm.run({x.begin(), x.begin() + talker}).first, 0.5);
-  const auto [voiced, open] = vm.run({x.begin() + talker, x.end()}, 30);  // from 0.3 s after the last syllable
+  const auto [voiced, open] =
+      vm.run({x.begin() + talker, x.end()}, 30);  // from 0.3 s after the last syllable
   EXPECT_TRUE(voiced < 0.02 && open < 0.02);
   EXPECT_GT(vm.atFloor, 0);
 }

@@ -13,7 +13,8 @@
 
 int countOccurrences(const std::string &haystack, const std::string &text) {
   int count = 0;
-  for (size_t at = haystack.find(text); !text.empty() && at != std::string::npos; at = haystack.find(text, at + text.size()))
+  for (size_t at = haystack.find(text); !text.empty() && at != std::string::npos;
+       at = haystack.find(text, at + text.size()))
     ++count;
   return count;
 }
@@ -35,9 +36,11 @@ DaemonProcess::DaemonProcess(DaemonOptions options)
   if (pid_ != 0) return;
 
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  int in = open("/dev/null", O_RDONLY), out = open(outPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  int in = open("/dev/null", O_RDONLY),
+      out = open(outPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
   int err = open(errPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  if (getppid() != parent || in < 0 || out < 0 || err < 0 || chdir(options.workDir.c_str()) != 0) _exit(127);
+  if (getppid() != parent || in < 0 || out < 0 || err < 0 || chdir(options.workDir.c_str()) != 0)
+    _exit(127);
   dup2(in, STDIN_FILENO);
   dup2(out, STDOUT_FILENO);
   dup2(err, STDERR_FILENO);
@@ -54,26 +57,30 @@ DaemonProcess::~DaemonProcess() {
   if (signal(SIGKILL)) reap(true);
 }
 
-
-bool DaemonProcess::waitForText(const std::string &file, const std::string &text, Timeout timeout, int count) {
+bool DaemonProcess::waitForText(const std::string &file, const std::string &text, Timeout timeout,
+                                int count) {
   bool found = false;
-  eventually([&] {
-    const bool gone = !running();  // checked before reading, so a last line before the end is seen
-    found = countOccurrences(readFile(file), text) >= count;
-    return found || gone;
-  }, int(timeout.count()));
+  eventually(
+      [&] {
+        const bool gone =
+            !running();  // checked before reading, so a last line before the end is seen
+        found = countOccurrences(readFile(file), text) >= count;
+        return found || gone;
+      },
+      int(timeout.count()));
   return found;
 }
 
 bool DaemonProcess::reap(bool block) {
   if (pid_ <= 0 || ended_) return ended_;
   pid_t r;
-  while ((r = waitpid(pid_, &status_, block ? 0 : WNOHANG)) == -1 && errno == EINTR) {
-  }
+  while ((r = waitpid(pid_, &status_, block ? 0 : WNOHANG)) == -1 && errno == EINTR) {}
   return ended_ = r == pid_;
 }
 
-bool DaemonProcess::waitForExit(Timeout timeout) { return eventually([this] { return !running(); }, int(timeout.count())) && ended_; }
+bool DaemonProcess::waitForExit(Timeout timeout) {
+  return eventually([this] { return !running(); }, int(timeout.count())) && ended_;
+}
 
 std::string DaemonProcess::describeEnd() const {
   if (pid_ <= 0 || !ended_) return pid_ <= 0 ? "not started" : "running";
@@ -85,7 +92,8 @@ SegmentSnapshot readStateSegment(const std::string &keyPath) {
   SegmentSnapshot snapshot;
   const key_t key = ftok(keyPath.c_str(), 66);
   const int id = key == -1 ? -1 : shmget(key, 12, 0);  // fails for a missing or shorter segment
-  const auto *bytes = static_cast<const uint8_t *>(id == -1 ? reinterpret_cast<void *>(-1) : shmat(id, nullptr, SHM_RDONLY));
+  const auto *bytes = static_cast<const uint8_t *>(id == -1 ? reinterpret_cast<void *>(-1)
+                                                            : shmat(id, nullptr, SHM_RDONLY));
   if (bytes == reinterpret_cast<const uint8_t *>(-1)) return snapshot;
   snapshot.present = true;
   snapshot.heartbeat = __atomic_load_n(reinterpret_cast<const uint32_t *>(bytes), __ATOMIC_ACQUIRE);

@@ -18,7 +18,7 @@
 
 struct DaemonOptions {
   std::string workDir = ".";
-  std::vector<std::string> env;  // "NAME=value", added to or replacing the test's environment
+  std::vector<std::string> env;   // "NAME=value", added to or replacing the test's environment
   std::vector<std::string> argv;  // another program and its arguments instead of the daemon
 };
 

@@ -17,7 +17,9 @@ class Sandbox {
   const std::string &path() const { return path_; }
   std::string file(const std::string &relative) const { return path_ + "/" + relative; }
   std::string read(const std::string &relative) const { return readFile(file(relative)); }
-  void write(const std::string &relative, const std::string &content) const { writeFile(file(relative), content); }
+  void write(const std::string &relative, const std::string &content) const {
+    writeFile(file(relative), content);
+  }
 
  private:
   std::string path_, previous_;

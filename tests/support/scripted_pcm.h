@@ -27,7 +27,10 @@ class ScriptedPcm {
     if (pipe(pollPipe_) != 0 || write(pollPipe_[1], "x", 1) != 1) ADD_FAILURE() << "pipe";
     callbacks_.start = callbacks_.stop = [](snd_pcm_ioplug_t *) { return 0; };
     callbacks_.pointer = [](snd_pcm_ioplug_t *) -> snd_pcm_sframes_t { return 0; };
-    if (announceClose) callbacks_.close = [](snd_pcm_ioplug_t *) { return fputs("pcm closed\n", stderr) < 0 ? -1 : 0; };
+    if (announceClose)
+      callbacks_.close = [](snd_pcm_ioplug_t *) {
+        return fputs("pcm closed\n", stderr) < 0 ? -1 : 0;
+      };
     io_.version = SND_PCM_IOPLUG_VERSION;
     io_.name = name_.c_str();
     io_.poll_fd = pollPipe_[0];
@@ -43,7 +46,8 @@ class ScriptedPcm {
     snd_pcm_ioplug_set_param_minmax(&io_, SND_PCM_IOPLUG_HW_CHANNELS, 1, 8);
     snd_pcm_ioplug_set_param_minmax(&io_, SND_PCM_IOPLUG_HW_RATE, 48000, 48000);
     snd_pcm_ioplug_set_param_minmax(&io_, SND_PCM_IOPLUG_HW_PERIOD_BYTES, 64, 1 << 20);
-    snd_pcm_ioplug_set_param_minmax(&io_, SND_PCM_IOPLUG_HW_PERIODS, limits.periodsMin, limits.periodsMax);
+    snd_pcm_ioplug_set_param_minmax(&io_, SND_PCM_IOPLUG_HW_PERIODS, limits.periodsMin,
+                                    limits.periodsMax);
   }
   ~ScriptedPcm() {
     if (io_.pcm) snd_pcm_ioplug_delete(&io_);

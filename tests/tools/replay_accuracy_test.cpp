@@ -11,7 +11,8 @@
 
 namespace {
 constexpr int kNone = 230, kFarEnd = 231;
-constexpr double kSettleSeconds = 2.5;  // the first direction comes about 1.1 s after the talker starts
+constexpr double kSettleSeconds =
+    2.5;  // the first direction comes about 1.1 s after the talker starts
 
 struct ReplayLine {
   double time;
@@ -20,8 +21,10 @@ struct ReplayLine {
 
 // The replay tool's "time_seconds,angle_byte" lines for a simulated recording.
 std::vector<ReplayLine> simulateAndReplay(const std::string &simArgs) {
-  EXPECT_EQ(0, runTool(QV_SIMULATE_PATH " " + simArgs + " array.wav linein.wav 2>/dev/null").status) << simArgs;
-  const ToolResult replay = runTool(std::string(QV_REPLAY_PATH) + " array.wav linein.wav 2>/dev/null");
+  EXPECT_EQ(0, runTool(QV_SIMULATE_PATH " " + simArgs + " array.wav linein.wav 2>/dev/null").status)
+      << simArgs;
+  const ToolResult replay =
+      runTool(std::string(QV_REPLAY_PATH) + " array.wav linein.wav 2>/dev/null");
   EXPECT_EQ(0, replay.status);
   std::istringstream in(replay.output);
   std::vector<ReplayLine> lines;
@@ -54,7 +57,8 @@ TEST(ReplayAccuracy, TalkerInNoiseIsPublishedWithinTwoDegrees) {
       if (l.time <= c.from || l.time > c.to) continue;
       ++considered;
       published += l.angle <= 180;
-      EXPECT_TRUE(l.angle > 180 || std::abs(l.angle - 90 - c.theta) <= 2) << c.args << ": " << l.angle << " at " << l.time;
+      EXPECT_TRUE(l.angle > 180 || std::abs(l.angle - 90 - c.theta) <= 2)
+          << c.args << ": " << l.angle << " at " << l.time;
     }
     EXPECT_GE(published, considered / 2) << c.args << ": too few frames publish a direction";
   }
@@ -63,12 +67,16 @@ TEST(ReplayAccuracy, TalkerInNoiseIsPublishedWithinTwoDegrees) {
 TEST(ReplayAccuracy, NoiseAloneSilenceAndTheLoudspeakerAlonePublishNoDirection) {
   Sandbox box;
   for (const char *args : {"--noise-level -50 --seconds 5 none 0", "--seconds 3 none 0"})
-    for (const ReplayLine &l : simulateAndReplay(args)) ASSERT_EQ(kNone, l.angle) << args << " at " << l.time;
+    for (const ReplayLine &l : simulateAndReplay(args))
+      ASSERT_EQ(kNone, l.angle) << args << " at " << l.time;
 
-  ASSERT_EQ(0, runTool(QV_SIMULATE_PATH " synthetic:5 0 programme.wav unused.wav 2>/dev/null").status);
+  ASSERT_EQ(0,
+            runTool(QV_SIMULATE_PATH " synthetic:5 0 programme.wav unused.wav 2>/dev/null").status);
   int latched = 0;
-  for (const ReplayLine &l : simulateAndReplay("--speaker programme.wav --speaker-level -20 --noise-level -60 none 0")) {
-    ASSERT_TRUE(l.angle == kNone || l.angle == kFarEnd) << "direction " << l.angle << " at " << l.time;
+  for (const ReplayLine &l :
+       simulateAndReplay("--speaker programme.wav --speaker-level -20 --noise-level -60 none 0")) {
+    ASSERT_TRUE(l.angle == kNone || l.angle == kFarEnd)
+        << "direction " << l.angle << " at " << l.time;
     latched += l.time > kSettleSeconds && l.angle == kFarEnd;
   }
   EXPECT_GT(latched, 0) << "the loudspeaker was never reported";

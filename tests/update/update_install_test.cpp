@@ -2,8 +2,8 @@
 // faults that a transfer survives, and broken or hostile senders, each of
 // which must leave the old executable in place and answer "ymodem updata err".
 // Then power cuts during the installation.
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -31,11 +31,16 @@ std::string changed(std::string bytes, size_t at, char value) {
 // The start of this test's own executable: an ELF header of the build's machine.
 std::string ownElf(size_t bytes) {
   std::string s(bytes, '\0');
-  std::ifstream("/proc/self/exe", std::ios::binary).read(s.data(), static_cast<std::streamsize>(bytes));
+  std::ifstream("/proc/self/exe", std::ios::binary)
+      .read(s.data(), static_cast<std::streamsize>(bytes));
   return s;
 }
 
-const std::string kImage = ownElf(300), kOld = "old daemon", kAckC = "\x06" "C", kNak = "\x15", kEot = "\x04";
+const std::string kImage = ownElf(300), kOld = "old daemon",
+                  kAckC =
+                      "\x06"
+                      "C",
+                  kNak = "\x15", kEot = "\x04";
 const std::string kOk = "ymodem updata ok", kErr = "ymodem updata err";
 
 struct Script {
@@ -46,10 +51,13 @@ struct Script {
 
 std::vector<Script> scripts() {
   const std::string alien(300, 'x');
-  const auto part = [](const std::string &file, int i) { return ymodemBlock(i + 1, file.substr(i * 128u, 128)); };
+  const auto part = [](const std::string &file, int i) {
+    return ymodemBlock(i + 1, file.substr(i * 128u, 128));
+  };
   const std::string b1 = part(kImage, 0), b2 = part(kImage, 1), b3 = part(kImage, 2);
   const std::string ota = header("quenvarile_ota", "300"), end = ymodemBlock(0, "");
-  const std::vector<std::pair<std::string, std::string>> tail = {{kEot, kNak}, {kEot, kAckC}, {end, "\x06"}};
+  const std::vector<std::pair<std::string, std::string>> tail = {
+      {kEot, kNak}, {kEot, kAckC}, {end, "\x06"}};
   const auto whole = [&](const std::string &hdr, const std::string &file, int blocks) {
     std::vector<std::pair<std::string, std::string>> s{{"", "C"}, {hdr, kAckC}};
     for (int i = 0; i < blocks; ++i) s.push_back({part(file + std::string(128, 'p'), i), kAckC});
@@ -62,11 +70,22 @@ std::vector<Script> scripts() {
   };
   return {
       {"line faults: header again, flipped bit, SOH as 0x04, a lost byte, block again",
-       opening({{ota, kAckC}, {changed(b1, 40, static_cast<char>(b1[40] ^ 8)), kNak}, {b1, kAckC}, {b1, kAckC},
-                {changed(b2, 0, kYmodemEot), kNak}, {b2, kAckC}, {b3.substr(0, 132), ""}, {b3, kNak}, {b3, kAckC},
-                tail[0], tail[1], tail[2]}), kOk},
+       opening({{ota, kAckC},
+                {changed(b1, 40, static_cast<char>(b1[40] ^ 8)), kNak},
+                {b1, kAckC},
+                {b1, kAckC},
+                {changed(b2, 0, kYmodemEot), kNak},
+                {b2, kAckC},
+                {b3.substr(0, 132), ""},
+                {b3, kNak},
+                {b3, kAckC},
+                tail[0],
+                tail[1],
+                tail[2]}),
+       kOk},
       {"a shell command as the name",
-       {{"", "C"}, {header("x;echo INJECTED>injected.txt;id>>injected.txt", "300"), ""}}, kErr},
+       {{"", "C"}, {header("x;echo INJECTED>injected.txt;id>>injected.txt", "300"), ""}},
+       kErr},
       {"the executable's own name", {{"", "C"}, {header("root/quenvarile", "300"), ""}}, kErr},
       {"size 0", whole(header("quenvarile_ota", "0"), kImage, 1), kErr},
       {"more data than announced", whole(header("quenvarile_ota", "200"), kImage, 3), kErr},
@@ -111,7 +130,8 @@ TEST_P(ScriptedSender, EndsWithTheRightAnswerAndNeverAWrongExecutable) {
   EXPECT_EQ(box.read("root/quenvarile"), script.answer == kOk ? kImage : kOld);
   EXPECT_EQ(access("root/quenvarile_ota", F_OK), -1);
   EXPECT_EQ(access("injected.txt", F_OK), -1);
-  EXPECT_EQ(sharedLoad(gHostCtrl.isUpdating), 0);  // the sandbox's reboot returns: the host may try again
+  EXPECT_EQ(sharedLoad(gHostCtrl.isUpdating),
+            0);  // the sandbox's reboot returns: the host may try again
   EXPECT_EQ(sharedLoad(velquare_shm_get()->updating), 0);
   // The backup and the mode are checked at every power cut, below.
   EXPECT_EQ(box.read("commands.log"), script.answer == kOk ? "reboot\n" : "");
@@ -133,7 +153,8 @@ TEST(UpdatePowerCut, AfterEveryInstallStepTheExecutableIsTheOldOrTheNewOne) {
                 testing::ExitedWithCode(kUpdatePowerCutExitStatus), "");
     struct stat st {};
     ASSERT_EQ(stat("root/quenvarile", &st), 0);
-    EXPECT_EQ(box.read("root/quenvarile"), step >= 5 ? kImage : kOld);  // renamed into place at step 5
+    EXPECT_EQ(box.read("root/quenvarile"),
+              step >= 5 ? kImage : kOld);  // renamed into place at step 5
     EXPECT_EQ(st.st_mode & 0777, 0755u);
     EXPECT_EQ(box.read("root/quenvarile_Bak"), step >= 3 ? kOld : "");
   }

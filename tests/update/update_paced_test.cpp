@@ -11,12 +11,14 @@
 #include "support/eventually.h"
 #include "support/paced_line.h"
 
-struct PacedUpdate : testing::TestWithParam<size_t> {};  // payload: that many bytes of a stripped daemon
+struct PacedUpdate : testing::TestWithParam<size_t> {
+};  // payload: that many bytes of a stripped daemon
 
 TEST_P(PacedUpdate, SbInstallsExactlyTheFileSent) {
   Sandbox box;
   AlsaSandbox alsa(box);
-  alsa.feedSilence(3, 8);  // in real time, as on the board, so the daemon does not spin on its input
+  alsa.feedSilence(3,
+                   8);  // in real time, as on the board, so the daemon does not spin on its input
   alsa.feedSilence(2, 2);
   std::ifstream stripped(QV_STRIPPED_DAEMON, std::ios::binary);
   const std::string daemonImage{std::istreambuf_iterator<char>(stripped), {}};
@@ -32,11 +34,15 @@ TEST_P(PacedUpdate, SbInstallsExactlyTheFileSent) {
   line.send(std::string("\x81\x01\x0e\x7f\x00\xff", 6));  // update
   ASSERT_TRUE(daemon.waitForOutput("wait 10s for ymodem...")) << daemon.out();
   EXPECT_EQ(line.runSb({"--ymodem", "quenvarile_ota"}, 180000), 0) << box.read("sb.log");
-  EXPECT_NE(line.receiveUntil("ymodem updata ok", 30000).find("ymodem updata ok"), std::string::npos) << daemon.out();
-  EXPECT_TRUE(box.read("root/quenvarile") == payload) << box.read("root/quenvarile").size() << " bytes installed";
+  EXPECT_NE(line.receiveUntil("ymodem updata ok", 30000).find("ymodem updata ok"),
+            std::string::npos)
+      << daemon.out();
+  EXPECT_TRUE(box.read("root/quenvarile") == payload)
+      << box.read("root/quenvarile").size() << " bytes installed";
   // Back in service: the flags are cleared when the (sandbox's) reboot returns.
   EXPECT_TRUE(eventually([&] { return readStateSegment(box.file("root")).updating == 0; }, 5000));
 }
 
 // The whole stripped daemon (sent three times), and two short files.
-INSTANTIATE_TEST_SUITE_P(Payloads, PacedUpdate, testing::Values(SIZE_MAX, SIZE_MAX - 1, SIZE_MAX - 2, 300, 8192));
+INSTANTIATE_TEST_SUITE_P(Payloads, PacedUpdate,
+                         testing::Values(SIZE_MAX, SIZE_MAX - 1, SIZE_MAX - 2, 300, 8192));

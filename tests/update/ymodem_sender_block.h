@@ -8,7 +8,9 @@
 
 inline std::string ymodemBlock(uint8_t seq, std::string data) {
   data.resize(kYmodemDataBytes, '\x1a');
-  const uint16_t crc = velquare_ymodem_crc16(reinterpret_cast<const uint8_t *>(data.data()), kYmodemDataBytes);
-  return std::string{static_cast<char>(kYmodemSoh), static_cast<char>(seq), static_cast<char>(~seq)} + data +
-         static_cast<char>(crc >> 8) + static_cast<char>(crc & 0xff);
+  const uint16_t crc =
+      velquare_ymodem_crc16(reinterpret_cast<const uint8_t *>(data.data()), kYmodemDataBytes);
+  return std::string{static_cast<char>(kYmodemSoh), static_cast<char>(seq),
+                     static_cast<char>(~seq)} +
+         data + static_cast<char>(crc >> 8) + static_cast<char>(crc & 0xff);
 }

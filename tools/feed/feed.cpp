@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr size_t kSampleBytes = 2;           // S16_LE
+constexpr size_t kSampleBytes = 2;  // S16_LE
 constexpr int64_t kNanosPerSecond = 1000000000;
 
 void addNanos(timespec *t, int64_t nanos) {
@@ -44,7 +44,8 @@ bool feedLoad(const std::string &path, FeedInput *input, std::string *error) {
     if (!error->empty()) return false;
     input->channels = unsigned(wav.channels);
     input->samples.resize(wav.samples.size() * kSampleBytes);
-    memcpy(input->samples.data(), wav.samples.data(), input->samples.size());  // little-endian, as S16_LE
+    memcpy(input->samples.data(), wav.samples.data(),
+           input->samples.size());  // little-endian, as S16_LE
     return true;
   }
   std::ifstream in(path, std::ios::binary);
@@ -62,7 +63,9 @@ uint64_t feedPeriods(int fd, const std::vector<uint8_t> &samples, unsigned chann
   const size_t periodBytes = size_t(options.periodFrames) * channels * kSampleBytes;
   if (periodBytes == 0) return 0;
   const int64_t periodNanos =
-      options.speed > 0 ? int64_t(double(kNanosPerSecond) * options.periodFrames / FEED_RATE / options.speed) : 0;
+      options.speed > 0
+          ? int64_t(double(kNanosPerSecond) * options.periodFrames / FEED_RATE / options.speed)
+          : 0;
   std::vector<uint8_t> period(periodBytes);
   timespec next;
   clock_gettime(CLOCK_MONOTONIC, &next);
@@ -92,8 +95,8 @@ uint64_t feedPeriods(int fd, const std::vector<uint8_t> &samples, unsigned chann
   return written;
 }
 
-int64_t feedFifo(const std::string &fifoPath, const std::vector<uint8_t> &samples, unsigned channels,
-                 const FeedOptions &options, const std::atomic<bool> *stop) {
+int64_t feedFifo(const std::string &fifoPath, const std::vector<uint8_t> &samples,
+                 unsigned channels, const FeedOptions &options, const std::atomic<bool> *stop) {
   int fd = open(fifoPath.c_str(), O_WRONLY | O_CLOEXEC);
   if (fd < 0) return -1;
   (void)fcntl(fd, F_SETPIPE_SZ, int(FEED_PIPE_BYTES));

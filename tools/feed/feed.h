@@ -11,22 +11,23 @@
 #include <string>
 #include <vector>
 
-constexpr unsigned FEED_RATE = 48000;            // frames per second of the board
-constexpr unsigned FEED_PERIOD_FRAMES = 2048;    // granted capture period of the digital microphones
-constexpr size_t FEED_PIPE_BYTES = 1 << 20;      // FIFO capacity asked for (the usual unprivileged maximum)
+constexpr unsigned FEED_RATE = 48000;          // frames per second of the board
+constexpr unsigned FEED_PERIOD_FRAMES = 2048;  // granted capture period of the digital microphones
+constexpr size_t FEED_PIPE_BYTES =
+    1 << 20;  // FIFO capacity asked for (the usual unprivileged maximum)
 
 struct FeedOptions {
-  unsigned channels = 0;          // frame = channels x 2 bytes (S16_LE); 0 = from the WAV header
+  unsigned channels = 0;  // frame = channels x 2 bytes (S16_LE); 0 = from the WAV header
   unsigned periodFrames = FEED_PERIOD_FRAMES;
-  double speed = 1.0;             // 2.0 feeds twice as fast as real time; 0 feeds as fast as read
-  bool loop = false;              // start again at the end of the recording
-  bool zerosAfter = false;        // after the end, keep feeding silent periods instead of closing
-  uint64_t maxPeriods = 0;        // stop after this many periods (0 = no limit)
+  double speed = 1.0;       // 2.0 feeds twice as fast as real time; 0 feeds as fast as read
+  bool loop = false;        // start again at the end of the recording
+  bool zerosAfter = false;  // after the end, keep feeding silent periods instead of closing
+  uint64_t maxPeriods = 0;  // stop after this many periods (0 = no limit)
 };
 
 struct FeedInput {
-  unsigned channels = 0;          // 0 when a raw file was loaded without a channel count
-  std::vector<uint8_t> samples;   // interleaved S16_LE
+  unsigned channels = 0;         // 0 when a raw file was loaded without a channel count
+  std::vector<uint8_t> samples;  // interleaved S16_LE
 };
 
 // Loads a WAV file (data chunk up to its size, or to the end of the file when

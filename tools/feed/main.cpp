@@ -12,16 +12,17 @@
 namespace {
 
 void usage() {
-  fprintf(stderr,
-          "usage: quenvarile-feed [-c channels] [-p period_frames] [-s speed] [-l] [-z] [-n periods]\n"
-          "                       INPUT FIFO\n"
-          "  INPUT  raw S16_LE (needs -c) or WAV; FIFO  the capture input of a sandbox device\n"
-          "  -c  channels of a raw file (overrides the WAV header)\n"
-          "  -p  frames per write, default %u (the period the capture reads)\n"
-          "  -s  speed factor, default 1 (48000 frames per second); 0 = as fast as read\n"
-          "  -l  loop the recording   -z  feed silence after the end instead of closing\n"
-          "  -n  stop after this many periods\n",
-          FEED_PERIOD_FRAMES);
+  fprintf(
+      stderr,
+      "usage: quenvarile-feed [-c channels] [-p period_frames] [-s speed] [-l] [-z] [-n periods]\n"
+      "                       INPUT FIFO\n"
+      "  INPUT  raw S16_LE (needs -c) or WAV; FIFO  the capture input of a sandbox device\n"
+      "  -c  channels of a raw file (overrides the WAV header)\n"
+      "  -p  frames per write, default %u (the period the capture reads)\n"
+      "  -s  speed factor, default 1 (48000 frames per second); 0 = as fast as read\n"
+      "  -l  loop the recording   -z  feed silence after the end instead of closing\n"
+      "  -n  stop after this many periods\n",
+      FEED_PERIOD_FRAMES);
 }
 
 }  // namespace

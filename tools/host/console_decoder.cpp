@@ -121,8 +121,7 @@ std::string escapeText(const std::string &bytes) {
 
 std::string formatEvent(const ConsoleEvent &event, bool rawDb) {
   switch (event.kind) {
-    case ConsoleEvent::Position:
-      return "position " + describePosition(event.position);
+    case ConsoleEvent::Position: return "position " + describePosition(event.position);
     case ConsoleEvent::Levels: {
       std::string s = rawDb ? "levels (dB)" : "levels";
       for (size_t c = 0; c < kLevelCodes; ++c) {
@@ -134,8 +133,7 @@ std::string formatEvent(const ConsoleEvent &event, bool rawDb) {
     case ConsoleEvent::LevelsBadChecksum:
       return "level report with bad checksum: " +
              hexBytes(reinterpret_cast<const uint8_t *>(event.text.data()), event.text.size());
-    case ConsoleEvent::Text:
-      return "text \"" + escapeText(event.text) + "\"";
+    case ConsoleEvent::Text: return "text \"" + escapeText(event.text) + "\"";
   }
   return {};
 }

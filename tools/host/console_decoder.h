@@ -11,9 +11,9 @@
 struct ConsoleEvent {
   enum Kind { Position, Levels, LevelsBadChecksum, Text };
   Kind kind = Text;
-  uint8_t position = 0;              // Position
+  uint8_t position = 0;                    // Position
   uint8_t codes[kLevelMicCount + 1] = {};  // Levels: mic1..mic8, line-in
-  std::string text;                  // Text: the bytes as they came
+  std::string text;                        // Text: the bytes as they came
 };
 
 class ConsoleDecoder {

@@ -204,7 +204,8 @@ int openLine(const char *path) {
     cfsetispeed(&t, B115200);
     cfsetospeed(&t, B115200);
     if (tcsetattr(fd, TCSANOW, &t) != 0) {
-      fprintf(stderr, "quenvarile-host: %s: cannot set 115200 8N1 raw: %s\n", path, strerror(errno));
+      fprintf(stderr, "quenvarile-host: %s: cannot set 115200 8N1 raw: %s\n", path,
+              strerror(errno));
       close(fd);
       return -1;
     }
@@ -273,7 +274,8 @@ int main(int argc, char **argv) {
     else if (arg == "--send")
       ok = console.sendHex(argv[i + 1]);
     else if (arg == "--start-test")
-      ok = console.startTest(strtol(argv[i + 1], nullptr, 10), strtol(argv[i + 2], nullptr, 10), rawDb);
+      ok = console.startTest(strtol(argv[i + 1], nullptr, 10), strtol(argv[i + 2], nullptr, 10),
+                             rawDb);
     else if (arg == "--listen")
       ok = console.pump(static_cast<int>(strtod(argv[i + 1], nullptr) * 1000));
     if (!ok) return 1;

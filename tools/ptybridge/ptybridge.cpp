@@ -68,8 +68,9 @@ bool relay(const End &from, const End &to) {
 
 int main(int argc, char **argv) {
   if (argc != 3) {
-    fprintf(stderr, "usage: quenvarile-ptybridge LINK_A LINK_B\n"
-                    "  links two new pseudo-terminals at the given paths and relays between them\n");
+    fprintf(stderr,
+            "usage: quenvarile-ptybridge LINK_A LINK_B\n"
+            "  links two new pseudo-terminals at the given paths and relays between them\n");
     return 2;
   }
   End a{argv[1]}, b{argv[2]};

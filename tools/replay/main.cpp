@@ -109,7 +109,8 @@ int main(int argc, char **argv) {
 
   const auto start = std::chrono::steady_clock::now();
   for (size_t f = 0; f < frames; ++f) {
-    if (replayReferenceBlock(input, f, refBytes.data())) orienAngleSpkinToFloat(refBytes.data(), spkinFloat.data());
+    if (replayReferenceBlock(input, f, refBytes.data()))
+      orienAngleSpkinToFloat(refBytes.data(), spkinFloat.data());
     replayArrayFrame(input, f, micBytes.data());
     orienAngleFrameToPlanar(micBytes.data(), micFloat.data());
     uint8_t angle = ANGLE_NONE, aux = ANGLE_NONE;
@@ -123,13 +124,15 @@ int main(int argc, char **argv) {
       if (!opt.picturePath.empty()) spectrumPictureAdd(&picture, f, spectrum, angle);
     }
   }
-  const double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  const double elapsed =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   orienAngleEstimatorDestroy(est);
   if (fflush(stdout) != 0) return fail("cannot write standard output");
-  fprintf(stderr, "quenvarile-replay: %zu frames (%.2f s of audio) in %.2f s, %.0f frames/s\n", frames,
-          frames * REPLAY_FRAME_SECONDS, elapsed, elapsed > 0 ? frames / elapsed : 0.0);
+  fprintf(stderr, "quenvarile-replay: %zu frames (%.2f s of audio) in %.2f s, %.0f frames/s\n",
+          frames, frames * REPLAY_FRAME_SECONDS, elapsed, elapsed > 0 ? frames / elapsed : 0.0);
 
   if (csv.file && !(err = spectrumCsvClose(&csv, opt.csvPath)).empty()) return fail(err);
-  if (!opt.picturePath.empty() && !(err = spectrumPictureWrite(picture, opt.picturePath)).empty()) return fail(err);
+  if (!opt.picturePath.empty() && !(err = spectrumPictureWrite(picture, opt.picturePath)).empty())
+    return fail(err);
   return 0;
 }

@@ -45,7 +45,9 @@ void Raster::fill(int x, int y, int w, int h, Rgb colour) {
 }
 
 int Raster::textWidth(const std::string &s, int scale) const {
-  return s.empty() ? 0 : static_cast<int>(s.size()) * (kGlyphWidth + kGlyphGap) * scale - kGlyphGap * scale;
+  return s.empty()
+             ? 0
+             : static_cast<int>(s.size()) * (kGlyphWidth + kGlyphGap) * scale - kGlyphGap * scale;
 }
 
 void Raster::text(int x, int y, const std::string &s, int scale, Rgb colour) {

@@ -8,14 +8,15 @@ void putS16(uint8_t *p, int16_t v) {
 }
 }  // namespace
 
-std::string replayLoad(const std::string &arrayPath, const std::string &linePath, int rawLineChannels,
-                       ReplayInput *in) {
+std::string replayLoad(const std::string &arrayPath, const std::string &linePath,
+                       int rawLineChannels, ReplayInput *in) {
   std::string err = wavRead(arrayPath, &in->array);
   if (!err.empty()) return err;
   if (in->array.channels != REPLAY_MICS)
     return arrayPath + ": has " + std::to_string(in->array.channels) + " channels, the array has 8";
   if (in->array.sampleRate != REPLAY_RATE)
-    return arrayPath + ": sample rate " + std::to_string(in->array.sampleRate) + " Hz, the estimator needs 48000 Hz";
+    return arrayPath + ": sample rate " + std::to_string(in->array.sampleRate) +
+           " Hz, the estimator needs 48000 Hz";
   in->reference.clear();
   if (linePath.empty()) return "";
 
@@ -23,13 +24,15 @@ std::string replayLoad(const std::string &arrayPath, const std::string &linePath
   if (wavFileHasHeader(linePath)) {
     err = wavRead(linePath, &line);
     if (err.empty() && line.sampleRate != REPLAY_RATE)
-      err = linePath + ": sample rate " + std::to_string(line.sampleRate) + " Hz, the line-in runs at 48000 Hz";
+      err = linePath + ": sample rate " + std::to_string(line.sampleRate) +
+            " Hz, the line-in runs at 48000 Hz";
   } else {
     err = rawS16Read(linePath, rawLineChannels, REPLAY_RATE, &line);
   }
   if (!err.empty()) return err;
   in->reference.resize(line.frames());
-  for (size_t i = 0; i < in->reference.size(); ++i) in->reference[i] = line.samples[i * line.channels];
+  for (size_t i = 0; i < in->reference.size(); ++i)
+    in->reference[i] = line.samples[i * line.channels];
   return "";
 }
 

@@ -8,7 +8,7 @@
 #include "sim/wav_file.h"
 
 constexpr int REPLAY_MICS = 8;
-constexpr int REPLAY_FRAME = 960;             // samples per channel per frame
+constexpr int REPLAY_FRAME = 960;  // samples per channel per frame
 constexpr int REPLAY_RATE = 48000;
 // Headerless line-in recordings of the daemon: the capture worker's
 // /tmp/recCapAudioLinein.wav holds stereo, the angle module's
@@ -17,7 +17,7 @@ constexpr int REPLAY_LINEIN_CHANNELS = 2;
 constexpr double REPLAY_FRAME_SECONDS = static_cast<double>(REPLAY_FRAME) / REPLAY_RATE;
 
 struct ReplayInput {
-  WavData array;   // 8 channels, 48 kHz
+  WavData array;                   // 8 channels, 48 kHz
   std::vector<int16_t> reference;  // line-in left channel, 48 kHz; empty when none
 };
 
@@ -26,8 +26,8 @@ struct ReplayInput {
 // whose first channel is taken, or headerless S16_LE with rawLineChannels
 // channels, whose first (left) channel is taken). Returns an empty string or an
 // error message.
-std::string replayLoad(const std::string &arrayPath, const std::string &linePath, int rawLineChannels,
-                       ReplayInput *in);
+std::string replayLoad(const std::string &arrayPath, const std::string &linePath,
+                       int rawLineChannels, ReplayInput *in);
 
 // Number of whole frames in the microphone recording.
 size_t replayFrameCount(const ReplayInput &in);

@@ -16,7 +16,8 @@ std::string spectrumCsvOpen(SpectrumCsv *csv, const std::string &path) {
 
 void spectrumCsvRow(SpectrumCsv *csv, double timeSeconds, const float *spectrum) {
   fprintf(csv->file, "%.2f", timeSeconds);
-  for (int a = 0; a < REPLAY_ANGLES; ++a) fprintf(csv->file, ",%.6g", spectrum ? spectrum[a] : 0.0f);
+  for (int a = 0; a < REPLAY_ANGLES; ++a)
+    fprintf(csv->file, ",%.6g", spectrum ? spectrum[a] : 0.0f);
   fputc('\n', csv->file);
 }
 

@@ -8,14 +8,14 @@
 #include "replay/spectrum_tap.h"
 
 namespace {
-constexpr size_t kMaxColumns = 4000;   // long recordings pool frames into columns
+constexpr size_t kMaxColumns = 4000;  // long recordings pool frames into columns
 constexpr int kPixelsPerDegree = 2;
 constexpr int kPlotHeight = REPLAY_ANGLES * kPixelsPerDegree;
 constexpr int kLeft = 40, kRight = 34, kTop = 12, kStrip = 8, kBottom = 26;
 constexpr int kGlyphScale = 2;
-constexpr float kContrast = 3.0f;      // columns are shown as (value / max) ^ kContrast
+constexpr float kContrast = 3.0f;  // columns are shown as (value / max) ^ kContrast
 
-constexpr int kAngleOffset = 90;       // grid index a is a - 90 degrees
+constexpr int kAngleOffset = 90;  // grid index a is a - 90 degrees
 constexpr int kAngleNone = 230, kAngleFarEnd = 231;
 
 const Rgb kNoScan{28, 28, 36};
@@ -29,11 +29,14 @@ const Rgb kStripDirection{0, 190, 60};
 
 // Dark blue -> purple -> orange -> pale yellow.
 Rgb heat(float v) {
-  static const float stops[][3] = {{0, 0, 20}, {60, 10, 120}, {180, 40, 110}, {250, 130, 30}, {255, 250, 190}};
+  static const float stops[][3] = {
+      {0, 0, 20}, {60, 10, 120}, {180, 40, 110}, {250, 130, 30}, {255, 250, 190}};
   v = std::clamp(v, 0.0f, 1.0f) * 4.0f;
   const int i = std::min(3, static_cast<int>(v));
   const float f = v - i;
-  auto mix = [&](int c) { return static_cast<uint8_t>(stops[i][c] + f * (stops[i + 1][c] - stops[i][c])); };
+  auto mix = [&](int c) {
+    return static_cast<uint8_t>(stops[i][c] + f * (stops[i + 1][c] - stops[i][c]));
+  };
   return {mix(0), mix(1), mix(2)};
 }
 
@@ -54,7 +57,8 @@ void spectrumPictureInit(SpectrumPicture *pic, size_t frames) {
   pic->published.assign(pic->columns, kAngleNone);
 }
 
-void spectrumPictureAdd(SpectrumPicture *pic, size_t frame, const float *spectrum, uint8_t published) {
+void spectrumPictureAdd(SpectrumPicture *pic, size_t frame, const float *spectrum,
+                        uint8_t published) {
   const size_t c = frame / pic->framesPerColumn;
   if (c >= pic->columns) return;
   pic->published[c] = published;
@@ -74,7 +78,8 @@ std::string spectrumPictureWrite(const SpectrumPicture &pic, const std::string &
   for (int x = 0; x < plotWidth; ++x) {
     const float *column = &pic.level[static_cast<size_t>(x) * REPLAY_ANGLES];
     for (int a = 0; a < REPLAY_ANGLES; ++a)
-      img.fill(kLeft + x, rowOfAngleIndex(a), 1, kPixelsPerDegree, pic.scanned[x] ? heat(column[a]) : kNoScan);
+      img.fill(kLeft + x, rowOfAngleIndex(a), 1, kPixelsPerDegree,
+               pic.scanned[x] ? heat(column[a]) : kNoScan);
   }
   // Degree grid and labels every 30 degrees.
   for (int deg = -90; deg <= 90; deg += 30) {
@@ -88,8 +93,11 @@ std::string spectrumPictureWrite(const SpectrumPicture &pic, const std::string &
   const int stripTop = kTop + kPlotHeight + 2;
   for (int x = 0; x < plotWidth; ++x) {
     const int p = pic.published[x];
-    if (p <= REPLAY_ANGLES - 1) img.fill(kLeft + x, rowOfAngleIndex(p), 1, kPixelsPerDegree, kTrace);
-    const Rgb strip = p <= REPLAY_ANGLES - 1 ? kStripDirection : p == kAngleFarEnd ? kStripFarEnd : kStripNone;
+    if (p <= REPLAY_ANGLES - 1)
+      img.fill(kLeft + x, rowOfAngleIndex(p), 1, kPixelsPerDegree, kTrace);
+    const Rgb strip = p <= REPLAY_ANGLES - 1 ? kStripDirection
+                      : p == kAngleFarEnd    ? kStripFarEnd
+                                             : kStripNone;
     img.fill(kLeft + x, stripTop, 1, kStrip - 2, strip);
   }
   // Time axis in seconds.

@@ -19,6 +19,7 @@ struct SpectrumPicture {
 
 void spectrumPictureInit(SpectrumPicture *pic, size_t frames);
 // spectrum may be null (frame without a scan).
-void spectrumPictureAdd(SpectrumPicture *pic, size_t frame, const float *spectrum, uint8_t published);
+void spectrumPictureAdd(SpectrumPicture *pic, size_t frame, const float *spectrum,
+                        uint8_t published);
 // Writes the picture as PNG.
 std::string spectrumPictureWrite(const SpectrumPicture &pic, const std::string &path);

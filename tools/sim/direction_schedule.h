@@ -9,4 +9,5 @@
 // Parses the text into plane-wave segments (start times in 48 kHz samples).
 // Directions must lie in -90..90 and times must rise. Returns an empty string
 // or a message saying what is wrong.
-std::string parseDirectionSchedule(const std::string &text, std::vector<PlaneWaveSegment> *segments);
+std::string parseDirectionSchedule(const std::string &text,
+                                   std::vector<PlaneWaveSegment> *segments);

@@ -55,7 +55,8 @@ double activePower(const std::vector<float> &signal, int sampleRate) {
   std::vector<double> blocks;
   for (size_t start = 0; start + block <= signal.size(); start += block) {
     double sum = 0.0;
-    for (size_t i = start; i < start + block; ++i) sum += static_cast<double>(signal[i]) * signal[i];
+    for (size_t i = start; i < start + block; ++i)
+      sum += static_cast<double>(signal[i]) * signal[i];
     blocks.push_back(sum / block);
   }
   if (blocks.empty()) return meanPower(signal);

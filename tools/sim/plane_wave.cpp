@@ -6,9 +6,9 @@
 namespace {
 
 constexpr double kPi = 3.14159265358979323846;
-constexpr int kHalfTaps = 48;          // interpolator taps on each side of the read point
-constexpr double kKaiserBeta = 9.0;    // about 90 dB stop band, flat pass band to ~21 kHz
-constexpr int kWindowTableSize = 8192; // window samples over its half length
+constexpr int kHalfTaps = 48;           // interpolator taps on each side of the read point
+constexpr double kKaiserBeta = 9.0;     // about 90 dB stop band, flat pass band to ~21 kHz
+constexpr int kWindowTableSize = 8192;  // window samples over its half length
 
 // Zeroth-order modified Bessel function, for the Kaiser window.
 double besselI0(double x) {
@@ -129,7 +129,7 @@ void planeWaveRenderPath(const float *src, size_t n, const double *thetaDeg, flo
     Kernel kernel;
     float *plane = out + static_cast<size_t>(m) * n;
     for (size_t i = 0; i < n; ++i)
-      plane[i] = readAt(src, n, static_cast<double>(i) - planeWaveDelaySamples(m, thetaDeg[i]),
-                        kernel);
+      plane[i] =
+          readAt(src, n, static_cast<double>(i) - planeWaveDelaySamples(m, thetaDeg[i]), kernel);
   }
 }

@@ -6,9 +6,9 @@
 
 namespace {
 constexpr double kPi = 3.141592653589793;
-constexpr int kZeroCrossings = 32;        // kernel half-width in zero crossings of the sinc
-constexpr double kPassFraction = 0.95;    // cutoff as a fraction of the lower Nyquist frequency
-constexpr double kKaiserBeta = 8.6;       // about 80 dB side-lobe rejection
+constexpr int kZeroCrossings = 32;      // kernel half-width in zero crossings of the sinc
+constexpr double kPassFraction = 0.95;  // cutoff as a fraction of the lower Nyquist frequency
+constexpr double kKaiserBeta = 8.6;     // about 80 dB side-lobe rejection
 constexpr int64_t kMaxTableEntries = 1 << 22;  // beyond this, kernel values are computed per sample
 
 double besselI0(double x) {
@@ -22,9 +22,9 @@ double besselI0(double x) {
 }
 
 struct Kernel {
-  double cutoff;   // relative to the input Nyquist frequency
-  int halfWidth;   // taps on each side, in input samples
-  double norm;     // 1 / I0(beta)
+  double cutoff;  // relative to the input Nyquist frequency
+  int halfWidth;  // taps on each side, in input samples
+  double norm;    // 1 / I0(beta)
 
   double at(double x) const {  // x in input samples from the output instant
     const double r = x / halfWidth;
@@ -54,7 +54,8 @@ std::vector<float> resample(const std::vector<float> &in, int inRate, int outRat
     table.resize(static_cast<size_t>(up * taps));
     for (int64_t p = 0; p < up; ++p)
       for (int j = 0; j < taps; ++j)
-        table[p * taps + j] = static_cast<float>(kernel.at(j - kernel.halfWidth + 1 - static_cast<double>(p) / up));
+        table[p * taps + j] =
+            static_cast<float>(kernel.at(j - kernel.halfWidth + 1 - static_cast<double>(p) / up));
   }
 
   const int64_t inCount = static_cast<int64_t>(in.size());
@@ -69,7 +70,8 @@ std::vector<float> resample(const std::vector<float> &in, int inRate, int outRat
       w = &table[phase * taps];
     } else {
       for (int j = 0; j < taps; ++j)
-        weights[j] = static_cast<float>(kernel.at(j - kernel.halfWidth + 1 - static_cast<double>(phase) / up));
+        weights[j] = static_cast<float>(
+            kernel.at(j - kernel.halfWidth + 1 - static_cast<double>(phase) / up));
       w = weights.data();
     }
     double acc = 0.0;

@@ -45,7 +45,8 @@ struct Resonator {
 double glottalFlowDerivative(double t) {
   constexpr double kOpen = 0.40, kClose = 0.16;
   if (t < kOpen) return 0.5 * kPi / kOpen * std::sin(kPi * t / kOpen);
-  if (t < kOpen + kClose) return -kPi / (2.0 * kClose) * std::sin(kPi * (t - kOpen) / (2.0 * kClose)) * 2.0;
+  if (t < kOpen + kClose)
+    return -kPi / (2.0 * kClose) * std::sin(kPi * (t - kOpen) / (2.0 * kClose)) * 2.0;
   return 0.0;
 }
 
@@ -53,13 +54,13 @@ struct Syllable {
   size_t start, length;  // in samples
   int vowel;
   double pitchHz;
-  double pitchSwing;     // rise-fall (+) or fall-rise (-) of the pitch over the syllable
-  bool fricative;        // starts with a hissing consonant
+  double pitchSwing;  // rise-fall (+) or fall-rise (-) of the pitch over the syllable
+  bool fricative;     // starts with a hissing consonant
 };
 
 constexpr double kAttack = 0.15, kRelease = 0.35;  // parts of a syllable for its rise and fall
 constexpr double kFricativeSeconds = 0.05;
-constexpr double kFricativeLevel = 0.25;            // relative to the vowel's excitation
+constexpr double kFricativeLevel = 0.25;  // relative to the vowel's excitation
 
 // Syllabic envelope: raised-cosine attack and release around a flat nucleus.
 double syllableEnvelope(double progress) {
@@ -79,7 +80,8 @@ std::vector<Syllable> planSyllables(size_t total, int rate, std::mt19937 &rng) {
       const size_t length = static_cast<size_t>((0.12 + 0.14 * uni(rng)) * rate);
       const double pitch = basePitch * (1.0 + 0.15 * (uni(rng) - 0.5)) * (1.0 - 0.04 * s);
       const double swing = (uni(rng) < 0.5 ? 1.0 : -1.0) * (0.05 + 0.12 * uni(rng));
-      plan.push_back({at, length, static_cast<int>(uni(rng) * 6.0) % 6, pitch, swing, uni(rng) < 0.6});
+      plan.push_back(
+          {at, length, static_cast<int>(uni(rng) * 6.0) % 6, pitch, swing, uni(rng) < 0.6});
       at += length;
     }
     at += static_cast<size_t>((0.08 + 0.22 * uni(rng)) * rate);
@@ -111,7 +113,8 @@ std::vector<float> makeVoicedSpeech(double seconds, int sampleRate, uint32_t see
         for (int f = 0; f < kFormants; ++f)
           formant[f].tune(previousFormant[f] + glide * (target.formantHz[f] - previousFormant[f]),
                           kFormantBandwidthHz[f], sampleRate);
-      const double pitch = syl.pitchHz * (1.0 - 0.1 * progress) * (1.0 + syl.pitchSwing * std::sin(kPi * progress)) *
+      const double pitch = syl.pitchHz * (1.0 - 0.1 * progress) *
+                           (1.0 + syl.pitchSwing * std::sin(kPi * progress)) *
                            (1.0 + 0.005 * gauss(rng));
       phase += pitch / sampleRate;
       phase -= std::floor(phase);

@@ -16,17 +16,25 @@ struct FileCloser {
 };
 using File = std::unique_ptr<FILE, FileCloser>;
 
-uint32_t le32(const uint8_t *p) { return p[0] | p[1] << 8 | p[2] << 16 | static_cast<uint32_t>(p[3]) << 24; }
+uint32_t le32(const uint8_t *p) {
+  return p[0] | p[1] << 8 | p[2] << 16 | static_cast<uint32_t>(p[3]) << 24;
+}
 uint16_t le16(const uint8_t *p) { return static_cast<uint16_t>(p[0] | p[1] << 8); }
-void put32(uint8_t *p, uint32_t v) { for (int i = 0; i < 4; ++i) p[i] = static_cast<uint8_t>(v >> (8 * i)); }
-void put16(uint8_t *p, uint16_t v) { p[0] = static_cast<uint8_t>(v); p[1] = static_cast<uint8_t>(v >> 8); }
+void put32(uint8_t *p, uint32_t v) {
+  for (int i = 0; i < 4; ++i) p[i] = static_cast<uint8_t>(v >> (8 * i));
+}
+void put16(uint8_t *p, uint16_t v) {
+  p[0] = static_cast<uint8_t>(v);
+  p[1] = static_cast<uint8_t>(v >> 8);
+}
 
 std::string readAll(const std::string &path, std::vector<uint8_t> *bytes) {
   File f(fopen(path.c_str(), "rb"));
   if (!f) return "cannot open " + path + ": " + strerror(errno);
   uint8_t chunk[65536];
   size_t n;
-  while ((n = fread(chunk, 1, sizeof chunk, f.get())) > 0) bytes->insert(bytes->end(), chunk, chunk + n);
+  while ((n = fread(chunk, 1, sizeof chunk, f.get())) > 0)
+    bytes->insert(bytes->end(), chunk, chunk + n);
   if (ferror(f.get())) return "cannot read " + path;
   return "";
 }
@@ -50,7 +58,8 @@ std::string wavRead(const std::string &path, WavData *out) {
   std::vector<uint8_t> bytes;
   std::string err = readAll(path, &bytes);
   if (!err.empty()) return err;
-  if (bytes.size() < 12 || memcmp(bytes.data(), "RIFF", 4) != 0 || memcmp(bytes.data() + 8, "WAVE", 4) != 0)
+  if (bytes.size() < 12 || memcmp(bytes.data(), "RIFF", 4) != 0 ||
+      memcmp(bytes.data() + 8, "WAVE", 4) != 0)
     return path + ": not a RIFF/WAVE file";
   bool haveFormat = false;
   size_t pos = 12;
@@ -67,7 +76,8 @@ std::string wavRead(const std::string &path, WavData *out) {
       const int channels = le16(fmt + 2);
       const int bits = le16(fmt + 14);
       if (format != kFormatPcm) return path + ": not PCM (format " + std::to_string(format) + ")";
-      if (bits != 16) return path + ": " + std::to_string(bits) + "-bit samples, only 16-bit PCM is read";
+      if (bits != 16)
+        return path + ": " + std::to_string(bits) + "-bit samples, only 16-bit PCM is read";
       if (channels < 1) return path + ": no channels";
       out->channels = channels;
       out->sampleRate = static_cast<int>(le32(fmt + 4));  // the byte rate is not trusted
@@ -115,8 +125,10 @@ std::string wavWrite(const std::string &path, const WavData &wav) {
   File f(fopen(path.c_str(), "wb"));
   if (!f) return "cannot create " + path + ": " + strerror(errno);
   std::vector<uint8_t> data(dataBytes);
-  for (size_t i = 0; i < wav.samples.size(); ++i) put16(data.data() + 2 * i, static_cast<uint16_t>(wav.samples[i]));
-  if (fwrite(h, 1, sizeof h, f.get()) != sizeof h || fwrite(data.data(), 1, data.size(), f.get()) != data.size())
+  for (size_t i = 0; i < wav.samples.size(); ++i)
+    put16(data.data() + 2 * i, static_cast<uint16_t>(wav.samples[i]));
+  if (fwrite(h, 1, sizeof h, f.get()) != sizeof h ||
+      fwrite(data.data(), 1, data.size(), f.get()) != data.size())
     return "cannot write " + path;
   if (fclose(f.release()) != 0) return "cannot write " + path;
   return "";
@@ -124,7 +136,8 @@ std::string wavWrite(const std::string &path, const WavData &wav) {
 
 std::vector<float> wavChannel(const WavData &wav, int channel) {
   std::vector<float> out(wav.frames());
-  for (size_t i = 0; i < out.size(); ++i) out[i] = wav.samples[i * wav.channels + channel] / 32768.0f;
+  for (size_t i = 0; i < out.size(); ++i)
+    out[i] = wav.samples[i * wav.channels + channel] / 32768.0f;
   return out;
 }
 

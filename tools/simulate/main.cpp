@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "sim/plane_wave.h"
 #include "sim/direction_schedule.h"
 #include "sim/noise.h"
+#include "sim/plane_wave.h"
 #include "sim/resample.h"
 #include "sim/voiced_speech.h"
 #include "sim/wav_file.h"
@@ -55,7 +55,8 @@ const char kUsage[] =
 
 struct Options {
   std::string talker, direction, arrayOut, lineOut, speaker;
-  double level = kDefaultTalkerDbfs, lead = 0.0, speakerLevel = kDefaultSpeakerDbfs, speakerStart = 0.0;
+  double level = kDefaultTalkerDbfs, lead = 0.0, speakerLevel = kDefaultSpeakerDbfs,
+         speakerStart = 0.0;
   double speakerDirection = kDefaultSpeakerDegrees, minSeconds = 0.0;
   bool haveSnr = false, haveNoiseLevel = false;
   double snr = 0.0, noiseLevel = 0.0;
@@ -87,31 +88,50 @@ Options parse(int argc, char **argv) {
       if (i + 1 >= argc) throw Failure{a + " needs a value", true};
       return argv[++i];
     };
-    if (a == "-h" || a == "--help") throw Failure{"", true};
-    else if (a == "--level") o.level = number(a, value());
-    else if (a == "--lead") o.lead = number(a, value());
-    else if (a == "--snr") o.snr = number(a, value()), o.haveSnr = true;
-    else if (a == "--noise-level") o.noiseLevel = number(a, value()), o.haveNoiseLevel = true;
+    if (a == "-h" || a == "--help")
+      throw Failure{"", true};
+    else if (a == "--level")
+      o.level = number(a, value());
+    else if (a == "--lead")
+      o.lead = number(a, value());
+    else if (a == "--snr")
+      o.snr = number(a, value()), o.haveSnr = true;
+    else if (a == "--noise-level")
+      o.noiseLevel = number(a, value()), o.haveNoiseLevel = true;
     else if (a == "--noise") {
       const std::string c = value();
-      if (c != "white" && c != "pink") throw Failure{"--noise is white or pink, not '" + c + "'", true};
+      if (c != "white" && c != "pink")
+        throw Failure{"--noise is white or pink, not '" + c + "'", true};
       o.colour = c == "white" ? NoiseColour::White : NoiseColour::Pink;
-    } else if (a == "--speaker") o.speaker = value();
-    else if (a == "--speaker-level") o.speakerLevel = number(a, value());
-    else if (a == "--speaker-start") o.speakerStart = number(a, value());
-    else if (a == "--speaker-direction") o.speakerDirection = number(a, value());
-    else if (a == "--seconds") o.minSeconds = number(a, value());
-    else if (a == "--seed") o.seed = static_cast<uint32_t>(number(a, value()));
-    else if (a.size() > 1 && a[0] == '-' && !(a[1] >= '0' && a[1] <= '9')) throw Failure{"unknown option " + a, true};
-    else positional.push_back(a);
+    } else if (a == "--speaker")
+      o.speaker = value();
+    else if (a == "--speaker-level")
+      o.speakerLevel = number(a, value());
+    else if (a == "--speaker-start")
+      o.speakerStart = number(a, value());
+    else if (a == "--speaker-direction")
+      o.speakerDirection = number(a, value());
+    else if (a == "--seconds")
+      o.minSeconds = number(a, value());
+    else if (a == "--seed")
+      o.seed = static_cast<uint32_t>(number(a, value()));
+    else if (a.size() > 1 && a[0] == '-' && !(a[1] >= '0' && a[1] <= '9'))
+      throw Failure{"unknown option " + a, true};
+    else
+      positional.push_back(a);
   }
   if (positional.size() != 4)
     throw Failure{"expected TALKER DIRECTION ARRAY_OUT.wav LINEIN_OUT.wav, got " +
-                      std::to_string(positional.size()) + " arguments", true};
-  o.talker = positional[0], o.direction = positional[1], o.arrayOut = positional[2], o.lineOut = positional[3];
-  if (o.haveSnr && o.haveNoiseLevel) throw Failure{"give either --snr or --noise-level, not both", true};
-  if (o.lead < 0 || o.speakerStart < 0 || o.minSeconds < 0) throw Failure{"times must not be negative", true};
-  if (std::fabs(o.speakerDirection) > 90.0) throw Failure{"--speaker-direction must lie in -90..90", true};
+                      std::to_string(positional.size()) + " arguments",
+                  true};
+  o.talker = positional[0], o.direction = positional[1], o.arrayOut = positional[2],
+  o.lineOut = positional[3];
+  if (o.haveSnr && o.haveNoiseLevel)
+    throw Failure{"give either --snr or --noise-level, not both", true};
+  if (o.lead < 0 || o.speakerStart < 0 || o.minSeconds < 0)
+    throw Failure{"times must not be negative", true};
+  if (std::fabs(o.speakerDirection) > 90.0)
+    throw Failure{"--speaker-direction must lie in -90..90", true};
   return o;
 }
 
@@ -160,7 +180,8 @@ int run(const Options &o) {
 
   std::vector<float> talker = loadTalker(o.talker);
   if (!talker.empty()) setActiveLevel(&talker, o.level, "talker " + o.talker);
-  if (o.haveSnr && talker.empty()) throw Failure{"--snr needs a talker; use --noise-level with 'none'", true};
+  if (o.haveSnr && talker.empty())
+    throw Failure{"--snr needs a talker; use --noise-level with 'none'", true};
   std::vector<float> speaker, speakerAtMics;
   if (!o.speaker.empty()) {
     speaker = loadMono(o.speaker);
@@ -170,9 +191,11 @@ int run(const Options &o) {
 
   const size_t lead = static_cast<size_t>(std::llround(o.lead * kRate));
   const size_t speakerStart = static_cast<size_t>(std::llround(o.speakerStart * kRate));
-  size_t n = std::max({static_cast<size_t>(std::llround(o.minSeconds * kRate)), lead + talker.size(),
-                       speaker.empty() ? size_t{0} : speakerStart + speaker.size()});
-  if (n == 0) throw Failure{"nothing to simulate: no talker, no loudspeaker and no --seconds", true};
+  size_t n =
+      std::max({static_cast<size_t>(std::llround(o.minSeconds * kRate)), lead + talker.size(),
+                speaker.empty() ? size_t{0} : speakerStart + speaker.size()});
+  if (n == 0)
+    throw Failure{"nothing to simulate: no talker, no loudspeaker and no --seconds", true};
 
   std::vector<float> array(PLANE_WAVE_MICS * n, 0.0f), part(PLANE_WAVE_MICS * n);
   if (!talker.empty()) {
@@ -192,7 +215,8 @@ int run(const Options &o) {
     placeAt(&reference, speaker, speakerStart);
   }
   if (o.haveSnr || o.haveNoiseLevel) {
-    const double noisePower = o.haveSnr ? activePower(talker, kRate) / dbToPower(o.snr) : dbToPower(o.noiseLevel);
+    const double noisePower =
+        o.haveSnr ? activePower(talker, kRate) / dbToPower(o.snr) : dbToPower(o.noiseLevel);
     for (int m = 0; m < PLANE_WAVE_MICS; ++m) {
       const std::vector<float> noise = makeNoise(o.colour, n, o.seed * 1009u + m);
       const float k = static_cast<float>(std::sqrt(noisePower));
@@ -214,7 +238,9 @@ int run(const Options &o) {
   std::string werr = wavWrite(o.arrayOut, out);
   if (werr.empty()) werr = wavWrite(o.lineOut, line);
   if (!werr.empty()) throw Failure{werr, false};
-  if (clipped) fprintf(stderr, "quenvarile-simulate: warning: %zu array samples clipped; lower the levels\n", clipped);
+  if (clipped)
+    fprintf(stderr, "quenvarile-simulate: warning: %zu array samples clipped; lower the levels\n",
+            clipped);
   fprintf(stderr, "quenvarile-simulate: wrote %.2f s: %s (8 channels), %s (line-in)\n",
           static_cast<double>(n) / kRate, o.arrayOut.c_str(), o.lineOut.c_str());
   return 0;

@@ -39,8 +39,7 @@ pid_t daemonChildStart(const std::vector<std::string> &argv) {
 bool daemonChildEnded(pid_t pid, std::string *how) {
   int status = 0;
   pid_t r;
-  while ((r = waitpid(pid, &status, WNOHANG)) == -1 && errno == EINTR) {
-  }
+  while ((r = waitpid(pid, &status, WNOHANG)) == -1 && errno == EINTR) {}
   if (r == 0) return false;
   *how = r == pid ? describeStatus(status) : "gone";
   return true;
@@ -48,7 +47,7 @@ bool daemonChildEnded(pid_t pid, std::string *how) {
 
 std::string daemonChildStop(pid_t pid, double graceSeconds) {
   constexpr useconds_t kStepMicros = 100000;  // 0.1 s between looks
-  constexpr int kStepsBetweenSignals = 5;    // 0.5 s: the first signal's handler must have run
+  constexpr int kStepsBetweenSignals = 5;     // 0.5 s: the first signal's handler must have run
   std::string how;
   for (int step = 0; step < graceSeconds * 1e6 / kStepMicros; ++step) {
     if (step % kStepsBetweenSignals == 0) {
@@ -60,7 +59,6 @@ std::string daemonChildStop(pid_t pid, double graceSeconds) {
   }
   kill(pid, SIGKILL);
   int status = 0;
-  while (waitpid(pid, &status, 0) == -1 && errno == EINTR) {
-  }
+  while (waitpid(pid, &status, 0) == -1 && errno == EINTR) {}
   return describeStatus(status) + " after " + std::to_string(int(graceSeconds)) + " s of SIGTERM";
 }

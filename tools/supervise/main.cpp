@@ -42,15 +42,17 @@ void logLine(const char *format, ...) {
 }
 
 void usage(FILE *to) {
-  fprintf(to,
-          "usage: quenvarile-supervise [--stall SECONDS] [--first-delay SECONDS] [--max-delay SECONDS]\n"
-          "                            [--stable SECONDS] [--] [DAEMON [ARGS...]]\n"
-          "  runs DAEMON (default %s) in the current directory and restarts it when it ends or\n"
-          "  its heartbeat (segment key ftok(\"%s\", 66)) stands still for --stall seconds\n"
-          "  (default 15), never while the segment's update word is 1. Restarts wait\n"
-          "  --first-delay (1 s), doubled after each daemon that ran less than --stable (60 s),\n"
-          "  up to --max-delay (60 s). SIGTERM or SIGINT: stops the daemon (SIGTERM twice) and ends.\n",
-          QV_ROOT_DIR "/quenvarile", QV_SHM_KEY_PATH);
+  fprintf(
+      to,
+      "usage: quenvarile-supervise [--stall SECONDS] [--first-delay SECONDS] [--max-delay "
+      "SECONDS]\n"
+      "                            [--stable SECONDS] [--] [DAEMON [ARGS...]]\n"
+      "  runs DAEMON (default %s) in the current directory and restarts it when it ends or\n"
+      "  its heartbeat (segment key ftok(\"%s\", 66)) stands still for --stall seconds\n"
+      "  (default 15), never while the segment's update word is 1. Restarts wait\n"
+      "  --first-delay (1 s), doubled after each daemon that ran less than --stable (60 s),\n"
+      "  up to --max-delay (60 s). SIGTERM or SIGINT: stops the daemon (SIGTERM twice) and ends.\n",
+      QV_ROOT_DIR "/quenvarile", QV_SHM_KEY_PATH);
 }
 
 bool parseSeconds(const char *text, double *out) {
@@ -74,8 +76,11 @@ int main(int argc, char **argv) {
                                 {nullptr, 0, nullptr, 0}};
   int opt;
   while ((opt = getopt_long(argc, argv, "+h", longOptions, nullptr)) != -1) {
-    double *target = opt == 's' ? &policy.stallSeconds : opt == 'f' ? &policy.firstDelay
-                   : opt == 'm' ? &policy.maxDelay : opt == 'b' ? &policy.stableSeconds : nullptr;
+    double *target = opt == 's'   ? &policy.stallSeconds
+                     : opt == 'f' ? &policy.firstDelay
+                     : opt == 'm' ? &policy.maxDelay
+                     : opt == 'b' ? &policy.stableSeconds
+                                  : nullptr;
     if (opt == 'h') return usage(stdout), 0;
     if (!target || !parseSeconds(optarg, target)) return usage(stderr), 2;
   }
@@ -105,12 +110,14 @@ int main(int argc, char **argv) {
       pid = -1, startAt = now + delay;
     } else if (pid > 0 && heartbeatStalled(&watch, present, sample.heartbeat, now, policy)) {
       if (updating) {
-        if (!toldUpdating) logLine("heartbeat still for %.0f s during an update: not restarting", now - watch.changedAt);
+        if (!toldUpdating)
+          logLine("heartbeat still for %.0f s during an update: not restarting",
+                  now - watch.changedAt);
         toldUpdating = true;
         continue;
       }
-      logLine("heartbeat stalled at %u for %.0f s: stopping the daemon (pid %d)", unsigned(sample.heartbeat),
-              now - watch.changedAt, int(pid));
+      logLine("heartbeat stalled at %u for %.0f s: stopping the daemon (pid %d)",
+              unsigned(sample.heartbeat), now - watch.changedAt, int(pid));
       how = daemonChildStop(pid, kStopGraceSeconds);
       delay = restartDelay(delay, now - startedAt, policy);
       logLine("daemon (pid %d) ended: %s; restart in %.0f s", int(pid), how.c_str(), delay);

@@ -29,7 +29,9 @@ bool segmentViewRead(SegmentView *view, const char *keyPath, SegmentSample *out)
     view->bytes = static_cast<const volatile uint8_t *>(addr);
   }
   // Each word has one writer in the daemon and is read whole.
-  out->heartbeat = *reinterpret_cast<const volatile uint32_t *>(view->bytes + offsetof(StateSegment, heartbeat));
-  out->updating = *reinterpret_cast<const volatile int32_t *>(view->bytes + offsetof(StateSegment, updating));
+  out->heartbeat =
+      *reinterpret_cast<const volatile uint32_t *>(view->bytes + offsetof(StateSegment, heartbeat));
+  out->updating =
+      *reinterpret_cast<const volatile int32_t *>(view->bytes + offsetof(StateSegment, updating));
   return true;
 }

@@ -4,7 +4,7 @@
 #include <cstdint>
 
 struct SegmentView {
-  int id = -1;                        // segment attached, -1 none
+  int id = -1;  // segment attached, -1 none
   const volatile uint8_t *bytes = nullptr;
 };
 

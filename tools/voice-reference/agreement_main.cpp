@@ -23,9 +23,9 @@ void add(VoiceAgreement &to, const VoiceAgreement &a) {
 
 void row(const std::string &name, const VoiceAgreement &a) {
   auto pct = [](int n, int d) { return d ? 100.0 * n / d : 0.0; };
-  printf("| %-14s | %5.1f | %5.1f | %5.1f | %5.1f | %5.1f |\n", name.c_str(), pct(a.agreeing, a.frames),
-         pct(a.ours, a.frames), pct(a.reference, a.frames), pct(a.leadOurs, a.leadFrames),
-         pct(a.leadReference, a.leadFrames));
+  printf("| %-14s | %5.1f | %5.1f | %5.1f | %5.1f | %5.1f |\n", name.c_str(),
+         pct(a.agreeing, a.frames), pct(a.ours, a.frames), pct(a.reference, a.frames),
+         pct(a.leadOurs, a.leadFrames), pct(a.leadReference, a.leadFrames));
 }
 }  // namespace
 
@@ -36,7 +36,9 @@ int main(int argc, char **argv) {
   }
   std::vector<VoiceRecipe> recipes;
   if (!voiceRecipesRead(argv[1], &recipes).empty()) return 1;
-  printf("| recording      | agree %% | ours %% | reference %% | noise-only: ours %% | reference %% |\n");
+  printf(
+      "| recording      | agree %% | ours %% | reference %% | noise-only: ours %% | reference %% "
+      "|\n");
   printf("|---|---|---|---|---|---|\n");
   std::map<std::string, VoiceAgreement> byNoise;
   VoiceAgreement all, atLeast5;
@@ -46,8 +48,7 @@ int main(int argc, char **argv) {
     std::vector<float> mic0 = wavChannel(wav, 0);
     for (float &x : mic0) x *= 32768.0f;
     const VoiceAgreement a = voiceAgreementMeasure(
-        mic0, voiceReferenceRead(std::string(argv[2]) + "/" + r.name + ".txt"),
-        voiceLeadFrames(r));
+        mic0, voiceReferenceRead(std::string(argv[2]) + "/" + r.name + ".txt"), voiceLeadFrames(r));
     row(r.name, a);
     add(r.noiseOnly ? byNoise["noise only"] : all, a);
     if (!r.noiseOnly && r.snrDb >= 5) {

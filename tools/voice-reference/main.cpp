@@ -24,9 +24,12 @@ int main(int argc, char **argv) {
   const std::string out = argv[3];
   for (const VoiceRecipe &r : recipes) {
     if (r.name != argv[2]) continue;
-    const std::string args = voiceRenderSources(kVoicePromptDir, r, out, out + "/array.wav", out + "/line.wav");
+    const std::string args =
+        voiceRenderSources(kVoicePromptDir, r, out, out + "/array.wav", out + "/line.wav");
     if (args.empty()) {
-      fprintf(stderr, "quenvarile-voice-sources: cannot make the sources (is asterisk-core-sounds-en-wav installed?)\n");
+      fprintf(stderr,
+              "quenvarile-voice-sources: cannot make the sources (is asterisk-core-sounds-en-wav "
+              "installed?)\n");
       return 1;
     }
     printf("%s\n", args.c_str());

@@ -14,7 +14,8 @@ constexpr int kBands = 22;
 bool voicedHalf(DenoiseState *st, const float *in) {
   float gains[kBands];
   const float p = rnnoise_process_frame(st, gains, in);
-  const int open = static_cast<int>(std::count_if(gains + 1, gains + 16, [](float g) { return g > 0.5f; }));
+  const int open =
+      static_cast<int>(std::count_if(gains + 1, gains + 16, [](float g) { return g > 0.5f; }));
   return p > 0.5f || open >= 3;
 }
 }  // namespace
@@ -26,8 +27,8 @@ std::vector<uint8_t> voiceReferenceRead(const std::string &path) {
   return out;
 }
 
-VoiceAgreement voiceAgreementMeasure(const std::vector<float> &mic0, const std::vector<uint8_t> &reference,
-                                     int leadFrames) {
+VoiceAgreement voiceAgreementMeasure(const std::vector<float> &mic0,
+                                     const std::vector<uint8_t> &reference, int leadFrames) {
   VoiceAgreement a;
   DenoiseState *st = rnnoise_create(nullptr);
   for (size_t f = 0; f < reference.size() && (f + 1) * 2 * kHalf <= mic0.size(); ++f) {

@@ -7,10 +7,10 @@
 
 struct VoiceAgreement {
   int frames = 0;
-  int agreeing = 0;        // frames where both say voice or both say no voice
-  int ours = 0;            // frames our decision calls voice
-  int reference = 0;       // frames the reference calls voice
-  int leadFrames = 0;      // the same over the noise-only lead
+  int agreeing = 0;    // frames where both say voice or both say no voice
+  int ours = 0;        // frames our decision calls voice
+  int reference = 0;   // frames the reference calls voice
+  int leadFrames = 0;  // the same over the noise-only lead
   int leadOurs = 0;
   int leadReference = 0;
 };
@@ -22,5 +22,5 @@ std::vector<uint8_t> voiceReferenceRead(const std::string &path);
 // Runs a fresh voice model over microphone 0 (16-bit scale, 48 kHz) and
 // compares its decision with the reference's; the first `leadFrames` frames
 // are noise only.
-VoiceAgreement voiceAgreementMeasure(const std::vector<float> &mic0, const std::vector<uint8_t> &reference,
-                                     int leadFrames);
+VoiceAgreement voiceAgreementMeasure(const std::vector<float> &mic0,
+                                     const std::vector<uint8_t> &reference, int leadFrames);

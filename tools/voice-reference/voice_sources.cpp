@@ -3,8 +3,8 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cmath>
+#include <cstdlib>
 #include <fstream>
 #include <random>
 #include <sstream>
@@ -20,25 +20,38 @@ constexpr int kTalkerPrompts = 3;
 
 // Prompts of one recorded talker (2 to 3 s each); a recording takes kTalkerPrompts of
 // them in a row, starting where its seed says.
-const char *const kPrompts[] = {
-    "agent-newlocation", "at-tone-time-exactly", "call-fwd-no-ans", "cannot-complete-as-dialed",
-    "check-number-dial-again", "conf-getchannel", "conf-invalid", "conf-leaderhasleft",
-    "conf-onlyperson", "conf-placeintoconf", "conf-waitforleader", "confbridge-begin-leader",
-    "confbridge-lock-no-join", "confbridge-only-participant", "demo-nomatch", "dir-firstlast"};
+const char *const kPrompts[] = {"agent-newlocation",
+                                "at-tone-time-exactly",
+                                "call-fwd-no-ans",
+                                "cannot-complete-as-dialed",
+                                "check-number-dial-again",
+                                "conf-getchannel",
+                                "conf-invalid",
+                                "conf-leaderhasleft",
+                                "conf-onlyperson",
+                                "conf-placeintoconf",
+                                "conf-waitforleader",
+                                "confbridge-begin-leader",
+                                "confbridge-lock-no-join",
+                                "confbridge-only-participant",
+                                "demo-nomatch",
+                                "dir-firstlast"};
 constexpr int kPromptCount = sizeof kPrompts / sizeof kPrompts[0];
 
 const char *const kNoiseNames[] = {"pink", "white", "babble", "fan", "music", "knocks", "street"};
 
 std::vector<float> prompt(const std::string &dir, int index, int pitchedRate) {
   WavData wav;
-  if (!wavRead(dir + "/" + kPrompts[index % kPromptCount] + ".wav", &wav).empty() || wav.channels != 1) return {};
+  if (!wavRead(dir + "/" + kPrompts[index % kPromptCount] + ".wav", &wav).empty() ||
+      wav.channels != 1)
+    return {};
   // Declaring a rate other than the true one shifts pitch and formants: a different voice.
   return resample(wavChannel(wav, 0), pitchedRate ? pitchedRate : wav.sampleRate, kVoiceRate);
 }
 
 // Prompts one after another with pauses of `minPause`..`maxPause` seconds.
-std::vector<float> speech(const std::string &dir, int first, int count, int pitchedRate, double minPause,
-                          double maxPause, std::mt19937 &rng) {
+std::vector<float> speech(const std::string &dir, int first, int count, int pitchedRate,
+                          double minPause, double maxPause, std::mt19937 &rng) {
   std::uniform_real_distribution<double> pause(minPause, maxPause);
   std::vector<float> out;
   for (int k = 0; k < count; ++k) {
@@ -50,12 +63,15 @@ std::vector<float> speech(const std::string &dir, int first, int count, int pitc
   return out;
 }
 
-void addDecayingTone(std::vector<float> &x, size_t at, double hz, double amplitude, double decaySeconds) {
-  const size_t n = std::min(x.size() - std::min(at, x.size()), static_cast<size_t>(5 * decaySeconds * kVoiceRate));
+void addDecayingTone(std::vector<float> &x, size_t at, double hz, double amplitude,
+                     double decaySeconds) {
+  const size_t n = std::min(x.size() - std::min(at, x.size()),
+                            static_cast<size_t>(5 * decaySeconds * kVoiceRate));
   for (size_t i = 0; i < n; ++i) {
     const double t = static_cast<double>(i) / kVoiceRate;
     const double attack = std::min(1.0, t / 0.005);
-    x[at + i] += static_cast<float>(amplitude * attack * std::exp(-t / decaySeconds) * std::sin(kTwoPi * hz * t));
+    x[at + i] += static_cast<float>(amplitude * attack * std::exp(-t / decaySeconds) *
+                                    std::sin(kTwoPi * hz * t));
   }
 }
 
@@ -88,7 +104,8 @@ std::vector<float> fan(size_t n, std::mt19937 &rng) {
     double tone = 0.0;
     for (int h = 1; h <= 8; ++h) tone += std::sin(h * phase) / h;
     low += 0.05 * (g(rng) - low);
-    out[i] = static_cast<float>(0.3 * tone * (1.0 + 0.05 * std::sin(phase / 3.0)) + 2.0 * low + 0.05 * g(rng));
+    out[i] = static_cast<float>(0.3 * tone * (1.0 + 0.05 * std::sin(phase / 3.0)) + 2.0 * low +
+                                0.05 * g(rng));
   }
   return out;
 }
@@ -122,11 +139,13 @@ std::vector<float> knocks(size_t n, std::mt19937 &rng) {
   std::uniform_real_distribution<double> u(0.0, 1.0);
   std::vector<float> out = makeNoise(NoiseColour::Pink, n, rng());
   for (float &x : out) x *= 0.002f;
-  for (size_t at = kVoiceRate / 2; at < n; at += static_cast<size_t>((1.5 + 1.5 * u(rng)) * kVoiceRate)) {
+  for (size_t at = kVoiceRate / 2; at < n;
+       at += static_cast<size_t>((1.5 + 1.5 * u(rng)) * kVoiceRate)) {
     const int raps = 2 + static_cast<int>(rng() % 3);
     for (int r = 0; r < raps; ++r) {
       const size_t t = at + static_cast<size_t>(r * (0.16 + 0.05 * u(rng)) * kVoiceRate);
-      for (double hz : {170.0, 310.0, 540.0, 930.0}) addDecayingTone(out, t, hz * (0.95 + 0.1 * u(rng)), 0.4, 0.04);
+      for (double hz : {170.0, 310.0, 540.0, 930.0})
+        addDecayingTone(out, t, hz * (0.95 + 0.1 * u(rng)), 0.4, 0.04);
       for (size_t i = 0; i < 150 && t + i < n; ++i) out[t + i] += static_cast<float>(0.5 * g(rng));
     }
   }
@@ -142,7 +161,8 @@ std::vector<float> street(size_t n, std::mt19937 &rng) {
   std::vector<float> out(n);
   double rumble = 0.0, car = 0.0;
   std::vector<double> centre, hz;
-  for (double t = 0.5 + 2.0 * u(rng); t < static_cast<double>(n) / kVoiceRate + 1.0; t += 1.5 + 2.5 * u(rng)) {
+  for (double t = 0.5 + 2.0 * u(rng); t < static_cast<double>(n) / kVoiceRate + 1.0;
+       t += 1.5 + 2.5 * u(rng)) {
     centre.push_back(t);
     hz.push_back(30.0 + 40.0 * u(rng));
   }
@@ -187,7 +207,8 @@ std::string voiceRecipesRead(const std::string &path, std::vector<VoiceRecipe> *
     r.noiseOnly = snr[0] == '@';
     r.snrDb = std::atof(snr.c_str() + (r.noiseOnly ? 1 : 0));
     const auto *known = std::find(std::begin(kNoiseNames), std::end(kNoiseNames), noise);
-    if (known == std::end(kNoiseNames)) return path + ":" + std::to_string(lineNo) + ": unknown noise " + noise;
+    if (known == std::end(kNoiseNames))
+      return path + ":" + std::to_string(lineNo) + ": unknown noise " + noise;
     r.noise = static_cast<VoiceNoise>(known - std::begin(kNoiseNames));
     out->push_back(r);
   }
@@ -199,7 +220,8 @@ std::vector<float> voiceTalker(const std::string &soundDir, uint32_t seed) {
   return speech(soundDir, static_cast<int>(seed % kPromptCount), kTalkerPrompts, 0, 0.3, 1.2, rng);
 }
 
-std::vector<float> voiceNoiseSource(const std::string &soundDir, VoiceNoise kind, size_t n, uint32_t seed) {
+std::vector<float> voiceNoiseSource(const std::string &soundDir, VoiceNoise kind, size_t n,
+                                    uint32_t seed) {
   std::mt19937 rng(seed * 7919u + static_cast<uint32_t>(kind));
   switch (kind) {
     case VoiceNoise::Babble: return babble(soundDir, n, rng);
@@ -215,8 +237,9 @@ int voiceLeadFrames(const VoiceRecipe &r) {
   return static_cast<int>((r.noiseOnly ? kVoiceNoiseOnlySeconds : kVoiceLeadSeconds) * 50);
 }
 
-std::string voiceRenderSources(const std::string &soundDir, const VoiceRecipe &r, const std::string &outDir,
-                               const std::string &array, const std::string &line) {
+std::string voiceRenderSources(const std::string &soundDir, const VoiceRecipe &r,
+                               const std::string &outDir, const std::string &array,
+                               const std::string &line) {
   const std::vector<float> talker = voiceTalker(soundDir, r.seed);
   if (talker.empty()) return "";
   mkdir(outDir.c_str(), 0755);
@@ -225,18 +248,20 @@ std::string voiceRenderSources(const std::string &soundDir, const VoiceRecipe &r
   std::ostringstream args;
   const double noiseDbfs = r.noiseOnly ? r.snrDb : kTalkerDbfs - r.snrDb;
   if (r.noiseOnly)
-    args << "none " << r.direction << " '" << array << "' '" << line << "' --seconds " << kVoiceNoiseOnlySeconds;
+    args << "none " << r.direction << " '" << array << "' '" << line << "' --seconds "
+         << kVoiceNoiseOnlySeconds;
   else
-    args << "'" << talkerPath << "' " << r.direction << " '" << array << "' '" << line << "' --lead "
-         << kVoiceLeadSeconds << " --level " << kTalkerDbfs;
+    args << "'" << talkerPath << "' " << r.direction << " '" << array << "' '" << line
+         << "' --lead " << kVoiceLeadSeconds << " --level " << kTalkerDbfs;
   args << " --seed " << r.seed;
   if (r.noise == VoiceNoise::Pink || r.noise == VoiceNoise::White) {
     args << (r.noiseOnly ? " --noise-level " : " --snr ") << r.snrDb << " --noise "
          << kNoiseNames[static_cast<int>(r.noise)];
     return args.str();
   }
-  const size_t n = r.noiseOnly ? static_cast<size_t>(kVoiceNoiseOnlySeconds * kVoiceRate)
-                               : talker.size() + static_cast<size_t>(kVoiceLeadSeconds * kVoiceRate);
+  const size_t n = r.noiseOnly
+                       ? static_cast<size_t>(kVoiceNoiseOnlySeconds * kVoiceRate)
+                       : talker.size() + static_cast<size_t>(kVoiceLeadSeconds * kVoiceRate);
   const std::vector<float> noise = voiceNoiseSource(soundDir, r.noise, n, r.seed);
   const std::string noisePath = outDir + "/noise.wav";
   if (noise.empty() || !wavWriteMono(noisePath, noise).empty()) return "";

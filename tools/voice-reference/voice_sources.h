@@ -10,12 +10,13 @@
 enum class VoiceNoise { Pink, White, Babble, Fan, Music, Knocks, Street };
 
 struct VoiceRecipe {
-  std::string name;    // fixture name, also the reference file's stem
+  std::string name;  // fixture name, also the reference file's stem
   VoiceNoise noise;
-  double snrDb;        // talker's active level over the noise's; with no talker, the noise's level in dBFS
-  bool noiseOnly;      // no talker (written "@LEVEL" in place of the SNR)
-  uint32_t seed;       // picks prompts, pauses and the noise
-  double direction;    // talker's direction in degrees
+  double
+      snrDb;  // talker's active level over the noise's; with no talker, the noise's level in dBFS
+  bool noiseOnly;    // no talker (written "@LEVEL" in place of the SNR)
+  uint32_t seed;     // picks prompts, pauses and the noise
+  double direction;  // talker's direction in degrees
 };
 
 constexpr double kVoiceLeadSeconds = 2.0;  // noise only before the talker starts
@@ -33,7 +34,8 @@ std::vector<float> voiceTalker(const std::string &soundDir, uint32_t seed);
 
 // The noise source for the non-diffuse kinds, `count` samples at 48 kHz
 // (babble is made of the prompts, with voices of different pitch).
-std::vector<float> voiceNoiseSource(const std::string &soundDir, VoiceNoise kind, size_t count, uint32_t seed);
+std::vector<float> voiceNoiseSource(const std::string &soundDir, VoiceNoise kind, size_t count,
+                                    uint32_t seed);
 
 // Frames at the start of a recording that hold noise only.
 int voiceLeadFrames(const VoiceRecipe &r);
@@ -41,8 +43,9 @@ int voiceLeadFrames(const VoiceRecipe &r);
 // Writes OUTDIR/talker.wav (and OUTDIR/noise.wav for the point-source noises)
 // and returns the arguments for quenvarile-simulate that render ARRAY and LINE,
 // or an empty string when the prompts are missing.
-std::string voiceRenderSources(const std::string &soundDir, const VoiceRecipe &r, const std::string &outDir,
-                               const std::string &array, const std::string &line);
+std::string voiceRenderSources(const std::string &soundDir, const VoiceRecipe &r,
+                               const std::string &outDir, const std::string &array,
+                               const std::string &line);
 
 // Where Debian installs the prompts.
 constexpr const char *kVoicePromptDir = "/usr/share/asterisk/sounds/en";

@@ -66,8 +66,8 @@ void noiseTrackerUpdate(NoiseTracker *t, const float *energies, const float *bin
                             : NOISE_ENERGY_FLOOR_F;
     if (binPowers != nullptr)
       for (int k = 0; k < ORIEN_BINS; ++k)
-        t->binNoise[k] = static_cast<double>(binPowers[k]) > NOISE_BIN_FLOOR ? binPowers[k]
-                                                                               : NOISE_BIN_FLOOR_F;
+        t->binNoise[k] =
+            static_cast<double>(binPowers[k]) > NOISE_BIN_FLOOR ? binPowers[k] : NOISE_BIN_FLOOR_F;
   }
 
   // Voice metric over channels 1..16 from the quantised band SNRs.
@@ -138,8 +138,8 @@ void noiseTrackerUpdate(NoiseTracker *t, const float *energies, const float *bin
   // Noise update (double, stored as float, floored).
   if (update) {
     for (int i = 0; i < ORIEN_BANDS; ++i)
-      t->chanNoise[i] = floorEnergy(static_cast<float>(
-          NOISE_UPDATE_RATE * t->chanEnergy[i] + NOISE_UPDATE_KEEP * t->chanNoise[i]));
+      t->chanNoise[i] = floorEnergy(static_cast<float>(NOISE_UPDATE_RATE * t->chanEnergy[i] +
+                                                       NOISE_UPDATE_KEEP * t->chanNoise[i]));
     if (binPowers != nullptr)
       for (int k = 0; k < ORIEN_BINS; ++k)
         t->binNoise[k] = floorBin(static_cast<float>(NOISE_UPDATE_RATE * binPowers[k] +

@@ -16,8 +16,8 @@ struct RealTransformPlan {
 };
 
 RealTransformPlan *realTransformCreate() {
-  auto *plan = static_cast<RealTransformPlan *>(std::aligned_alloc(alignof(RealTransformPlan),
-                                                                   sizeof(RealTransformPlan)));
+  auto *plan = static_cast<RealTransformPlan *>(
+      std::aligned_alloc(alignof(RealTransformPlan), sizeof(RealTransformPlan)));
   if (plan == nullptr) return nullptr;
   plan->fft = ne10_fft_alloc_r2c_float32(ORIEN_FFT_SIZE);
   if (plan->fft == nullptr) {

@@ -93,8 +93,10 @@ inline void scanKernel(const ScanBin &bin, const float *w, ScanVec *sumA, ScanVe
   const ScanVec qi0 = scanSplat(bin.pq[3][0]), qi1 = scanSplat(bin.pq[3][1]);
   const ScanVec qi2 = scanSplat(bin.pq[3][2]), qi3 = scanSplat(bin.pq[3][3]);
   for (int g = 0; g < SCAN_GROUPS; ++g, w += SCAN_HALF_MICS * 2 * SCAN_LANES) {
-    const ScanVec c0 = scanLoad(w), s0 = scanLoad(w + 4), c1 = scanLoad(w + 8), s1 = scanLoad(w + 12);
-    const ScanVec c2 = scanLoad(w + 16), s2 = scanLoad(w + 20), c3 = scanLoad(w + 24), s3 = scanLoad(w + 28);
+    const ScanVec c0 = scanLoad(w), s0 = scanLoad(w + 4), c1 = scanLoad(w + 8),
+                  s1 = scanLoad(w + 12);
+    const ScanVec c2 = scanLoad(w + 16), s2 = scanLoad(w + 20), c3 = scanLoad(w + 24),
+                  s3 = scanLoad(w + 28);
     const ScanVec ar = ((c0 * pr0 + c1 * pr1) + c2 * pr2) + c3 * pr3;
     const ScanVec ai = ((c0 * pi0 + c1 * pi1) + c2 * pi2) + c3 * pi3;
     const ScanVec br = ((s0 * qr0 + s1 * qr1) + s2 * qr2) + s3 * qr3;

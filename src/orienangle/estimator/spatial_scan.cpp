@@ -107,7 +107,8 @@ int spatialSpectrumScanReference(OrienAngleEstimator *est,
   return storeRow(est, power);
 }
 
-int spatialSpectrumScan(OrienAngleEstimator *est, const OrienComplex (*spectra)[ORIEN_SPECTRUM_BINS]) {
+int spatialSpectrumScan(OrienAngleEstimator *est,
+                        const OrienComplex (*spectra)[ORIEN_SPECTRUM_BINS]) {
   // Steered power of every direction, bins in increasing order, all directions at
   // once: 0..90 in the A sums, 180..90 in the B sums.
   ScanVec sumA[SCAN_GROUPS], sumB[SCAN_GROUPS];

@@ -7,7 +7,8 @@
 
 // Writes angleSpectrum[frameCursor] and peakAngles[frameCursor]. Returns the grid
 // index of the global maximum (90 if no value exceeds 0).
-int spatialSpectrumScan(OrienAngleEstimator *est, const OrienComplex (*spectra)[ORIEN_SPECTRUM_BINS]);
+int spatialSpectrumScan(OrienAngleEstimator *est,
+                        const OrienComplex (*spectra)[ORIEN_SPECTRUM_BINS]);
 
 // The plain scan, one direction at a time: the definition of the arithmetic,
 // for tests and offline tools. It reads the record's full reference table when

@@ -7,14 +7,13 @@
 
 #include "orienangle/estimator/real_transform.h"
 
-const int16_t ORIEN_BAND_EDGE[ORIEN_BAND_EDGES] = {20,  36,  52,  68,  84,  100, 118,
-                                                   136, 156, 178, 202, 230, 262, 298,
-                                                   338, 382, 430, 462, 518};
+const int16_t ORIEN_BAND_EDGE[ORIEN_BAND_EDGES] = {20,  36,  52,  68,  84,  100, 118, 136, 156, 178,
+                                                   202, 230, 262, 298, 338, 382, 430, 462, 518};
 
 namespace {
 
-constexpr double kHalfPi = 1.5707963;            // pi / 2 as written in the window formulas
-constexpr double kSqrtHalf = 0.70710678;         // sqrt(1/2), DC column of the cosine table
+constexpr double kHalfPi = 1.5707963;     // pi / 2 as written in the window formulas
+constexpr double kSqrtHalf = 0.70710678;  // sqrt(1/2), DC column of the cosine table
 constexpr double kLongWindowGain = 1.25;
 
 struct SharedPlans {

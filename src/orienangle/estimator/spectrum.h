@@ -43,6 +43,7 @@ void bandEnergies(float *out, const OrienComplex *spectrum);
 struct SpectrumSharedTables {
   float longWindow[ORIEN_AUX_FFT_SIZE];  // sin(pi/2 * sin^2((i+0.5) pi/2 / 1920))^2 / 1.25
   float shortWindow[ORIEN_AUX_WINDOW];   // sin(pi/2 * sin^2((i+0.5) pi/2 / 960))
-  float cosineTable[ORIEN_DCT_SIZE * ORIEN_DCT_SIZE];  // cos((i+0.5) j pi / 22), j=0 column * sqrt(1/2)
+  float cosineTable[ORIEN_DCT_SIZE *
+                    ORIEN_DCT_SIZE];  // cos((i+0.5) j pi / 22), j=0 column * sqrt(1/2)
 };
 const SpectrumSharedTables &spectrumSharedTables();

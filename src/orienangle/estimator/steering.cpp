@@ -42,8 +42,8 @@ void steeringScanBuild(SteeringScanTable *table) {
       for (int j = 0; j < SCAN_BINS; ++j)
         for (int m = 0; m < SCAN_HALF_MICS; ++m) {
           // Lanes past a = 90 only fill out the last group.
-          const OrienComplex w =
-              a < SCAN_HALF_ANGLES ? weight(tau, ORIEN_SCAN_FIRST_BIN + j, m) : OrienComplex{0.0f, 0.0f};
+          const OrienComplex w = a < SCAN_HALF_ANGLES ? weight(tau, ORIEN_SCAN_FIRST_BIN + j, m)
+                                                      : OrienComplex{0.0f, 0.0f};
           table->w[j][g][m][0][lane] = w.re;
           table->w[j][g][m][1][lane] = w.im;
         }

@@ -14,7 +14,7 @@
 #include "orienangle/estimator/estimator_constants.h"
 #include "orienangle/estimator/spectrum.h"
 
-constexpr int SCAN_LANES = 4;                                 // directions per vector
+constexpr int SCAN_LANES = 4;                                // directions per vector
 constexpr int SCAN_HALF_ANGLES = ORIEN_ANGLE_BROADSIDE + 1;  // a = 0..90; 180 - a mirrors a
 constexpr int SCAN_GROUPS = (SCAN_HALF_ANGLES + SCAN_LANES - 1) / SCAN_LANES;
 constexpr int SCAN_BINS = ORIEN_BINS - ORIEN_SCAN_FIRST_BIN;  // bins 20..499

@@ -13,9 +13,7 @@ constexpr uint8_t kMicChannels = 8;
 AngleDump angleDumpMic() { return {QV_TMP_DIR "/angleRecCapAudioAlg.wav", true, nullptr}; }
 
 // The reference dump is raw 16-bit mono samples although its name ends in .wav.
-AngleDump angleDumpSpkin() {
-  return {QV_TMP_DIR "/angleRecCapAudioAlgLinein.wav", false, nullptr};
-}
+AngleDump angleDumpSpkin() { return {QV_TMP_DIR "/angleRecCapAudioAlgLinein.wav", false, nullptr}; }
 
 void angleDumpClose(AngleDump *dump) {
   if (dump->file == nullptr) return;

@@ -27,6 +27,6 @@ enum AngleErrNumber {
 #define ANGLE_MSG_SPKIN_NOT_INIT "err: audio buff Spkin not init Or Audio buff is NULL"
 #define ANGLE_MSG_RING_FULL \
   "audio is full, gVelquareSpeach.setAudioBuffNum - gVelquareSpeach.getAudioBuffNum : %llu\n"
-#define ANGLE_MSG_SPKIN_FULL                                                              \
+#define ANGLE_MSG_SPKIN_FULL                                                                    \
   "audio is full, gVelquareSpeach.setAudioBuffSpkinNum - gVelquareSpeach.getAudioBuffSpkinNum " \
   ": %llu\n"

@@ -7,11 +7,11 @@
 #include <cstring>
 
 #include "common/shared_word.h"
-#include "orienangle/module/angle_messages.h"
 #include "orienangle/estimator/angle_pipeline.h"
-#include "orienangle/module/angle_ring.h"
 #include "orienangle/estimator/estimator.h"
 #include "orienangle/estimator/frame_convert.h"
+#include "orienangle/module/angle_messages.h"
+#include "orienangle/module/angle_ring.h"
 
 // The estimator works on the capture side's frames; it keeps its own copy of
 // their shape because it includes nothing outside itself.
@@ -183,8 +183,8 @@ int velquare_orienAngle_writeAudioData(const uint8_t *data, int32_t len) {
                                  ANGLE_ERR_WRITE_NO_DATA, ANGLE_MSG_RING_NOT_INIT,
                                  ANGLE_MSG_RING_FULL};
   VelquareSpeach &s = gVelquareSpeach;
-  return ringWrite(kMic, s.audioBuff, s.audioBuffInited, s.setAudioBuffNum, s.getAudioBuffNum,
-                   data, len);
+  return ringWrite(kMic, s.audioBuff, s.audioBuffInited, s.setAudioBuffNum, s.getAudioBuffNum, data,
+                   len);
 }
 
 int velquare_orienAngle_writeAudioSpkinData(const uint8_t *data, int32_t len) {

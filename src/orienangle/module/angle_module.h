@@ -17,25 +17,25 @@ struct OrienAngleEstimator;
 constexpr int32_t ANGLE_ALG_CHANNELS = FRAME_MIC_CHANNELS;  // planes the estimator works on
 constexpr uint32_t ANGLE_MIC_FRAME_BYTES = FRAME_MIC_BYTES;
 constexpr uint32_t ANGLE_SPKIN_BLOCK_BYTES = FRAME_REF_BYTES;  // 960 mono reference samples
-constexpr uint32_t ANGLE_POSITION_BAD_INPUT = 255;       // process() result for unusable input
+constexpr uint32_t ANGLE_POSITION_BAD_INPUT = 255;  // process() result for unusable input
 constexpr int ANGLE_RING_WRITE = 1;
 constexpr int ANGLE_RING_READ = 2;
-constexpr uint32_t ANGLE_WORKER_IDLE_US = 20000;        // one frame time when no frame is queued
-constexpr size_t ANGLE_WORKER_STACK_BYTES = 4u << 20;    // the pipeline keeps ~140 KB on its stack
+constexpr uint32_t ANGLE_WORKER_IDLE_US = 20000;       // one frame time when no frame is queued
+constexpr size_t ANGLE_WORKER_STACK_BYTES = 4u << 20;  // the pipeline keeps ~140 KB on its stack
 
 // Zeroed as a whole at every init. The worker reads the rings' set counters
 // and advances the get counters; producers do the opposite (shared_word.h).
 struct VelquareSpeach {
-  uint32_t inited;        // 1 from the start of init until uninit; the worker runs while set
+  uint32_t inited;  // 1 from the start of init until uninit; the worker runs while set
   int32_t micNum;
   int32_t frameSize;
   int32_t sampleRate;
   int32_t bitDepth;
   int32_t algChannels;
-  float *micFloat;        // planar microphone frame, frameSize x 8 floats
-  float *spkinFloat;      // reference frame, frameSize floats used
+  float *micFloat;    // planar microphone frame, frameSize x 8 floats
+  float *spkinFloat;  // reference frame, frameSize floats used
   OrienAngleEstimator *pstOienAngle;
-  uint8_t *audioBuff;     // microphone ring
+  uint8_t *audioBuff;  // microphone ring
   uint32_t audioBuffInited;
   uint64_t setAudioBuffNum;
   uint64_t getAudioBuffNum;

@@ -11,10 +11,10 @@
 #include "audio/audioprocess.h"
 #include "audio/buffpool.h"
 #include "common/shared_word.h"
+#include "common/trace.h"
 #include "hostlink/host_frames.h"
 #include "hostlink/host_protocol.h"
 #include "hostlink/uart.h"
-#include "common/trace.h"
 #include "lifecycle/process.h"
 #include "orienangle/estimator/estimator_constants.h"
 #include "orienangle/orienangle.h"
@@ -82,8 +82,7 @@ void startHostLink() {
   pthread_t commandThread;
   pthread_create(&commandThread, nullptr, velquare_uart_proc, nullptr);
   if (velquare_orienAngle_init(kMicNum, kFrameSize, kSampleRate, kBitDepth, onAngleResult) < 0) {
-    printf("-->%s %d: velquare_orienAngle_init err\n", "velquare_orienangle_proc",
-           kInitErrNumber);
+    printf("-->%s %d: velquare_orienAngle_init err\n", "velquare_orienangle_proc", kInitErrNumber);
     sharedStore(gHostCtrl.uartOpened, 0);
   }
 }

@@ -13,7 +13,7 @@ int velquare_orienangle_proc_stop();   // clears angleProcRun; 0
 constexpr int32_t ANGLE_SERVICE_MIC_FRAME_BYTES = FRAME_MIC_BYTES;
 constexpr int32_t ANGLE_SERVICE_LINE_FRAME_BYTES = FRAME_LINEIN_BYTES;
 constexpr int32_t ANGLE_SERVICE_REF_BYTES = FRAME_REF_BYTES;  // the left line-in channel of a frame
-constexpr unsigned ANGLE_SERVICE_PAUSE_US = 2000;         // idle pause per loop turn
+constexpr unsigned ANGLE_SERVICE_PAUSE_US = 2000;             // idle pause per loop turn
 
 // The thread's working storage and meter, apart from the thread so that a
 // test can drive single loop turns.

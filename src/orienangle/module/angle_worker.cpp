@@ -5,11 +5,11 @@
 #include <cstdio>
 
 #include "common/shared_word.h"
+#include "orienangle/estimator/frame_convert.h"
 #include "orienangle/module/angle_dump.h"
 #include "orienangle/module/angle_messages.h"
 #include "orienangle/module/angle_module.h"
 #include "orienangle/module/angle_ring.h"
-#include "orienangle/estimator/frame_convert.h"
 
 namespace {
 

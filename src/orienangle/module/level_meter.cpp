@@ -101,8 +101,7 @@ void levelMeterSkipMic(LevelMeter *m) { m->micFrames = 0; }
 void levelMeterSkipLine(LevelMeter *m) { m->lineFrames = 0; }
 
 bool levelMeterTakeReport(LevelMeter *m, uint8_t out[LEVEL_REPORT_BYTES]) {
-  if ((m->readyMask & (LEVEL_READY_MIC | LEVEL_READY_LINE)) !=
-      (LEVEL_READY_MIC | LEVEL_READY_LINE))
+  if ((m->readyMask & (LEVEL_READY_MIC | LEVEL_READY_LINE)) != (LEVEL_READY_MIC | LEVEL_READY_LINE))
     return false;
   hostSealLevelFrame(m->levelFrame);
   m->readyMask = 0;

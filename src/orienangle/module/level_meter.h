@@ -9,9 +9,9 @@
 
 constexpr int LEVEL_MIC_CHANNELS = FRAME_MIC_CHANNELS;
 constexpr int LEVEL_FRAME_SAMPLES = FRAME_SAMPLES;
-constexpr int32_t LEVEL_PERIOD_FRAMES = 250;  // 5 s of 20 ms frames
+constexpr int32_t LEVEL_PERIOD_FRAMES = 250;         // 5 s of 20 ms frames
 constexpr int LEVEL_REPORT_BYTES = kLevelFrameSize;  // layout and codes in hostlink/host_frames.h
-constexpr double LEVEL_ENERGY_DIVISOR = 5.0;   // the host's thresholds are in this unit
+constexpr double LEVEL_ENERGY_DIVISOR = 5.0;         // the host's thresholds are in this unit
 constexpr uint32_t LEVEL_READY_MIC = 1;
 constexpr uint32_t LEVEL_READY_LINE = 2;
 

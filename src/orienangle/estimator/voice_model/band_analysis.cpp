@@ -10,9 +10,7 @@ using namespace voice;
 namespace {
 constexpr double kTwoPi = 6.283185307179586;
 
-kiss_fftr_cfg planOf(BandAnalysis *ba) {
-  return reinterpret_cast<kiss_fftr_cfg>(ba->fftMemory);
-}
+kiss_fftr_cfg planOf(BandAnalysis *ba) { return reinterpret_cast<kiss_fftr_cfg>(ba->fftMemory); }
 
 // Spreads each bin's power over the two bands whose centres enclose it,
 // linearly by distance (triangular bands).

@@ -6,9 +6,9 @@
 #include "orienangle/estimator/voice_model/voice_model_config.h"
 
 struct BandAnalysis {
-  int32_t ready;                                   // 1 once window and plan are built
-  float window[voice::kWindowSize];                // Hann window
-  float previousInput[voice::kFrameSize];          // the frame before this one
+  int32_t ready;                                                // 1 once window and plan are built
+  float window[voice::kWindowSize];                             // Hann window
+  float previousInput[voice::kFrameSize];                       // the frame before this one
   alignas(16) unsigned char fftMemory[voice::kFftMemoryBytes];  // real-FFT plan
 };
 

@@ -4,8 +4,8 @@
 
 using namespace voice;
 
-void bandGainUpdate(BandGain *bg, const float bandEnergy[kBands], const float noiseFloor[kBands], bool voiced,
-                    float out[kBands]) {
+void bandGainUpdate(BandGain *bg, const float bandEnergy[kBands], const float noiseFloor[kBands],
+                    bool voiced, float out[kBands]) {
   const float ceiling = voiced ? 1.0f : kUnvoicedGainCeiling;
   for (int b = 0; b < kBands; ++b) {
     const float posteriori = bandEnergy[b] / noiseFloor[b];

@@ -5,8 +5,8 @@
 #include "orienangle/estimator/voice_model/voice_model_config.h"
 
 struct BandGain {
-  float lastGain[voice::kBands];    // the gains published for the previous frame
-  float cleanSnr[voice::kBands];    // previous frame's clean-speech power over the noise floor
+  float lastGain[voice::kBands];  // the gains published for the previous frame
+  float cleanSnr[voice::kBands];  // previous frame's clean-speech power over the noise floor
 };
 
 // Computes this frame's gains into `out` and keeps them as the last gains;

@@ -33,7 +33,8 @@ void bandNoiseUpdate(BandNoise *bn, const float bandEnergy[kBands]) {
       bn->minimumCandidate[b] = s;
     }
     const float speechLike = s > kPresenceRatio * bn->minimum[b] ? 1.0f : 0.0f;
-    bn->presence[b] = kPresenceSmoothing * bn->presence[b] + (1.0f - kPresenceSmoothing) * speechLike;
+    bn->presence[b] =
+        kPresenceSmoothing * bn->presence[b] + (1.0f - kPresenceSmoothing) * speechLike;
     // Averaging weight: kNoiseSmoothing when speech is absent, 1 (frozen) when present.
     const float keep = kNoiseSmoothing + (1.0f - kNoiseSmoothing) * bn->presence[b];
     float &floor = bn->floor[b];

@@ -8,13 +8,13 @@
 #include "orienangle/estimator/voice_model/voice_model_config.h"
 
 struct BandNoise {
-  int32_t started;                         // 1 after the first analysed frame
-  int32_t framesInWindow;                  // frames since the minimum search restarted
-  float smoothed[voice::kBands];           // recursively smoothed band energy
-  float minimum[voice::kBands];            // minimum of `smoothed` over the last 1-2 windows
-  float minimumCandidate[voice::kBands];   // minimum of the running window
-  float presence[voice::kBands];           // smoothed speech-presence indicator, 0..1
-  float floor[voice::kBands];              // the noise floor estimate
+  int32_t started;                        // 1 after the first analysed frame
+  int32_t framesInWindow;                 // frames since the minimum search restarted
+  float smoothed[voice::kBands];          // recursively smoothed band energy
+  float minimum[voice::kBands];           // minimum of `smoothed` over the last 1-2 windows
+  float minimumCandidate[voice::kBands];  // minimum of the running window
+  float presence[voice::kBands];          // smoothed speech-presence indicator, 0..1
+  float floor[voice::kBands];             // the noise floor estimate
 };
 
 void bandNoiseUpdate(BandNoise *bn, const float bandEnergy[voice::kBands]);

@@ -11,7 +11,7 @@ typedef struct RNNModel RNNModel;
 
 int rnnoise_get_size(void);
 int rnnoise_init(DenoiseState *st, RNNModel *model);  // zero-fills the state
-DenoiseState *rnnoise_create(RNNModel *model);       // null model: the built-in one
+DenoiseState *rnnoise_create(RNNModel *model);        // null model: the built-in one
 void rnnoise_destroy(DenoiseState *st);
 // 480 samples at 16-bit scale in; 22 band gains out; returns the voice probability.
 float rnnoise_process_frame(DenoiseState *st, float *out, const float *in);

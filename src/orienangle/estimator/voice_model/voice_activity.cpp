@@ -22,15 +22,18 @@ float log10Approx(float x) {
   memcpy(&mantissa, &bits, sizeof mantissa);
   const float t = mantissa - 1.0f;
   const float log2Mantissa =
-      t * (1.4418258f + t * (-0.7086821f + t * (0.41542195f + t * (-0.19442267f + t * 0.04588553f))));
+      t *
+      (1.4418258f + t * (-0.7086821f + t * (0.41542195f + t * (-0.19442267f + t * 0.04588553f))));
   return (static_cast<float>(exponent) + log2Mantissa) * 0.30103f;
 }
 }  // namespace
 
-float voiceActivityUpdate(VoiceActivity *va, const float bandEnergy[kBands], const float noiseFloor[kBands]) {
+float voiceActivityUpdate(VoiceActivity *va, const float bandEnergy[kBands],
+                          const float noiseFloor[kBands]) {
   float input[kActivityInputs];
   for (int b = 0; b < kBands; ++b) {
-    const float snr = std::clamp(log10Approx(1.0f + bandEnergy[b] / noiseFloor[b]), 0.0f, kMaxLogSnr);
+    const float snr =
+        std::clamp(log10Approx(1.0f + bandEnergy[b] / noiseFloor[b]), 0.0f, kMaxLogSnr);
     va->shortSnr[b] = kShortSnrSmoothing * va->shortSnr[b] + (1.0f - kShortSnrSmoothing) * snr;
     va->longSnr[b] = kLongSnrSmoothing * va->longSnr[b] + (1.0f - kLongSnrSmoothing) * snr;
     input[b] = snr;

@@ -7,7 +7,6 @@
 
 using namespace voice;
 
-
 int rnnoise_get_size(void) { return static_cast<int>(sizeof(DenoiseState)); }
 
 int rnnoise_init(DenoiseState *st, RNNModel *) {

@@ -5,16 +5,16 @@
 
 namespace voice {
 
-constexpr int kFrameSize = 480;                 // samples per call: 10 ms at 48 kHz
-constexpr int kWindowSize = 2 * kFrameSize;     // analysis span: previous frame + this frame
+constexpr int kFrameSize = 480;                     // samples per call: 10 ms at 48 kHz
+constexpr int kWindowSize = 2 * kFrameSize;         // analysis span: previous frame + this frame
 constexpr int kSpectrumBins = kWindowSize / 2 + 1;  // 481 bins, 0 Hz .. 24 kHz
-constexpr float kBinHz = 50.0f;                 // 48000 / 960
+constexpr float kBinHz = 50.0f;                     // 48000 / 960
 constexpr int kBands = 22;
 
 // Band centres (and triangle corners) in Hz. Band b rises from centre b-1 to
 // centre b and falls to centre b+1; band 0 and band 21 are half triangles.
-constexpr int kBandEdgeHz[kBands] = {0,    200,  400,  600,  800,  1000, 1200, 1400,
-                                     1600, 2000, 2400, 2800, 3200, 4000, 4800, 5600,
+constexpr int kBandEdgeHz[kBands] = {0,    200,  400,  600,   800,   1000, 1200, 1400,
+                                     1600, 2000, 2400, 2800,  3200,  4000, 4800, 5600,
                                      6800, 8000, 9600, 12000, 15600, 20000};
 
 // A frame whose mean square is below this (16-bit scale, i.e. an RMS under one
@@ -36,21 +36,21 @@ constexpr float kDecisionDirectedWeight = 0.96f;
 constexpr float kMinPrioriSnr = 0.00316f;
 
 // Noise floor tracking (minimum-controlled recursive averaging).
-constexpr float kEnergySmoothing = 0.7f;      // weight of the old smoothed band energy
-constexpr int kMinimumWindowFrames = 80;      // minimum search restarts every 0.8 s
-constexpr float kPresenceRatio = 4.0f;        // smoothed energy 6 dB above the minimum: speech
-constexpr float kPresenceSmoothing = 0.8f;    // weight of the old speech-presence value
-constexpr float kNoiseSmoothing = 0.95f;      // floor averaging weight when speech is absent
+constexpr float kEnergySmoothing = 0.7f;    // weight of the old smoothed band energy
+constexpr int kMinimumWindowFrames = 80;    // minimum search restarts every 0.8 s
+constexpr float kPresenceRatio = 4.0f;      // smoothed energy 6 dB above the minimum: speech
+constexpr float kPresenceSmoothing = 0.8f;  // weight of the old speech-presence value
+constexpr float kNoiseSmoothing = 0.95f;    // floor averaging weight when speech is absent
 
 // Voice activity: a small network (one hidden layer of kHiddenUnits tanh
 // units) on each band's log SNR over the noise floor, now and smoothed over
 // about 30 ms and 200 ms, and on each band's log energy. Its weights were fitted
 // to the voice decisions of the original model on recorded speech in noise
 // (tools/voice-reference).
-constexpr float kShortSnrSmoothing = 0.7f;   // weight of the old value, per 10 ms frame
+constexpr float kShortSnrSmoothing = 0.7f;  // weight of the old value, per 10 ms frame
 constexpr float kLongSnrSmoothing = 0.95f;
-constexpr float kMaxLogSnr = 4.0f;           // log10 SNR is clamped to 0..4 (0..40 dB)
-constexpr float kLogEnergyScale = 0.25f;     // log10 band energy is scaled by this
+constexpr float kMaxLogSnr = 4.0f;               // log10 SNR is clamped to 0..4 (0..40 dB)
+constexpr float kLogEnergyScale = 0.25f;         // log10 band energy is scaled by this
 constexpr int kActivityInputs = 4 * kBands + 1;  // the four feature sets and a constant 1
 constexpr int kHiddenUnits = 16;
 
