@@ -21,10 +21,8 @@ constexpr int32_t kBlock = 1920;   // 960 reference samples x 2 bytes
 constexpr int32_t kRing = 153600;  // both rings: 10 microphone frames, 80 reference blocks
 
 uint32_t callbackCount = 0;
-uint32_t lastPosition = 0;
 
-uint32_t countingCallback(uint32_t position) {
-  sharedStore(lastPosition, position);
+uint32_t countingCallback(uint32_t) {
   sharedStore(callbackCount, sharedLoad(callbackCount) + 1);
   return 0;
 }
@@ -76,8 +74,6 @@ TEST_F(AngleModule, WorkerReportsEveryFrameOnceAndStopsOnUninit) {
   ASSERT_TRUE(eventually([] { return sharedLoad(callbackCount) >= 25u; }));
   usleep(50000);
   EXPECT_EQ(sharedLoad(callbackCount), 25u) << "one callback per frame, none extra";
-  const uint32_t p = sharedLoad(lastPosition);
-  EXPECT_TRUE(p <= 180 || p == 230 || p == 231) << p;
   for (int i = 0; i < 10; ++i) write(frame, kFrame, velquare_orienAngle_writeAudioData);
   EXPECT_EQ(velquare_orienAngle_uninit(), 0);
   EXPECT_FALSE(angleWorkerActive());

@@ -139,7 +139,6 @@ TEST_F(AnglePipeline, UpdateGateTimingLoudspeakerStaleTimeoutAndSmoothing) {
       {"17 of 50, latched", 100, true, {0, 16, 49, 70}, 80, 5, 231, 0},
       {"flagged frames are not pooled", 100, false, {49, 80}, 230, 20, 230, 21},
       {"step", 95, false, {}, 90, 19, 91, 0},
-      {"step", 95, false, {}, 91, 19, 92, 0},
       {"step", 95, false, {}, 90, 79, 92, 0},
       {"step", 92, false, {}, 90, 79, 92, 0},
       {"step", 92, false, {}, 90, 19, 91, 0},
@@ -147,7 +146,6 @@ TEST_F(AnglePipeline, UpdateGateTimingLoudspeakerStaleTimeoutAndSmoothing) {
       {"step", 89, false, {}, 90, 79, 89, 0},
       {"jump", 96, false, {}, 90, 19, 96, 0},
       {"jump", 84, false, {}, 90, 19, 84, 0},
-      {"step", 95, false, {}, 100, 19, 99, 0},
       {"step", 95, false, {}, 100, 79, 98, 0},
       {"first", 17, false, {}, 230, 19, 17, 0},
       {"resume", 170, false, {}, 231, 19, 170, 0},
@@ -231,8 +229,8 @@ TEST_F(AnglePipeline, PoolingFollowsTheNearPoolsPeakAndTiesGoLow) {
 }
 
 // After 5000 idle frames without a direction the voice model restarts (the idle
-// count starts over); broadband noise is not a voice.
-TEST_F(AnglePipeline, LongIdleRestartsTheVoiceModelAndNoiseIsNotVoiced) {
+// count starts over).
+TEST_F(AnglePipeline, LongIdleRestartsTheVoiceModel) {
   const std::vector<float> noise =
       testsig::noiseAwayFromZero(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE, 300.0f, 9);
   for (uint32_t cur : {230u, 90u}) {
@@ -240,11 +238,6 @@ TEST_F(AnglePipeline, LongIdleRestartsTheVoiceModelAndNoiseIsNotVoiced) {
     est_->curAngle = cur;
     process(noise.data());
     EXPECT_EQ(est_->idleFrames, cur == 230u ? 1 : 5002) << cur;
-  }
-  for (int f = 0; f < 20; ++f) {
-    const uint32_t s = est_->frameCursor;
-    process(noise.data());
-    EXPECT_EQ(est_->decision.vadFlag[s], 0u) << f;
   }
 }
 
