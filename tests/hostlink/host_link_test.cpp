@@ -1,11 +1,10 @@
-// The host link: command frames and the reader over a scripted byte stream;
+// The host link: command frames and the reader's pause during an update;
 // over a pseudo-terminal the serial port layer and the rules by which
 // positions go out.
 #include <gmock/gmock.h>
 #include <termios.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <thread>
 #include <tuple>
 #include <vector>
@@ -20,43 +19,16 @@
 #include "support/output_capture.h"
 #include "support/sandbox.h"
 
-using testing::ElementsAre;
 using testing::HasSubstr;
 using K = HostCommandKind;
 
 namespace {
 
-// A scripted line: each receive hands out at most two bytes and every third
-// one none, so frames arrive split. The end of the script clears the run flag.
-Bytes script;
-size_t scriptAt = 0;
+// A line that counts the reads asked of it and never has a byte.
 int receives = 0;
-int32_t scriptRun = 1;
-std::vector<K> executed;
-
-int scriptedRecv(uint8_t *buf, int len) {
-  if (scriptAt == script.size()) {
-    scriptRun = 0;
-    return -1;
-  }
-  if (++receives % 3 == 0) return -1;  // nothing came
-  const size_t n = std::min({script.size() - scriptAt, size_t{2}, static_cast<size_t>(len)});
-  std::copy_n(script.begin() + scriptAt, n, buf);
-  scriptAt += n;
-  return static_cast<int>(n);
-}
-
-std::vector<K> readAll(Bytes bytes, int32_t updating = 0) {
-  script = std::move(bytes);
-  scriptAt = 0;
-  scriptRun = 1;
-  executed.clear();
-  gHostCtrl = HostCtrl{};
-  gHostCtrl.uartOpened = 1;
-  gHostCtrl.isUpdating = updating;
-  const HostExecuteFunc record = [](const HostCommand &c) { executed.push_back(c.kind); };
-  stdoutOf([&] { hostCommandLoop(scriptedRecv, record, scriptRun); });
-  return executed;
+int countingRecv(uint8_t *, int) {
+  ++receives;
+  return -1;
 }
 
 Bytes positionFrame(uint8_t p) { return {0xFF, 0x00, p, 0x02, 0x01, static_cast<uint8_t>(p + 3)}; }
@@ -94,8 +66,7 @@ TEST(HostDecode, RecognisesCommandsAndIgnoresMalformedFrames) {
   for (const auto &c : cases) {
     const HostCommand got = hostDecodeFrame(c.frame.data());
     EXPECT_EQ(std::make_tuple(got.kind, got.a, got.b),
-              std::make_tuple(c.kind, c.frame[3], c.frame[4]))
-        << std::hex << int(c.frame[3]) << " " << int(c.frame[4]);
+              std::make_tuple(c.kind, c.frame[3], c.frame[4]));
   }
 }
 
@@ -120,23 +91,20 @@ TEST(HostThresholds, FollowSwapAndDefaultRules) {
   }
 }
 
-TEST(HostReader, SkipsGarbageReadsSplitAndBackToBackFramesAndDropsBadOnes) {
-  EXPECT_THAT(readAll({0x00, 0x12, 0xFF, 0x81, 0x01, 0x0D, 0x00, 0x02, 0xFF,  // garbage first
-                       0x81, 0x01, 0x0E, 0x12, 0x01, 0xFF,                    // back to back
-                       0x81, 0x01, 0x0E, 0x7F, 0x00, 0xFE,                    // bad end byte
-                       0x81, 0x01, 0x0D, 0x00, 0x01, 0xFF,                    // reboot
-                       0x81, 0x01, 0x0D}),  // partial: never completes
-              ElementsAre(K::GetPosition, K::StopTest, K::Ignored, K::Reboot));
-}
-
+// Garbage, split reads, back-to-back and broken frames are the fuzz target's
+// ground (its model and seeds); here the reader's pause during an update.
 TEST(HostReader, StaysOffTheLineWhileAnUpdateOwnsIt) {
-  std::thread stopper([] {
+  gHostCtrl = HostCtrl{};
+  gHostCtrl.uartOpened = gHostCtrl.isUpdating = 1;
+  int32_t run = 1;
+  std::thread stopper([&run] {
     usleep(250000);  // two idle pauses
-    __atomic_store_n(&scriptRun, 0, __ATOMIC_RELEASE);
+    __atomic_store_n(&run, 0, __ATOMIC_RELEASE);
   });
-  EXPECT_TRUE(readAll({0x81, 0x01, 0x0D, 0x00, 0x02, 0xFF}, 1).empty());
+  const HostExecuteFunc none = [](const HostCommand &) { ADD_FAILURE() << "a command ran"; };
+  stdoutOf([&] { hostCommandLoop(countingRecv, none, run); });
   stopper.join();
-  EXPECT_EQ(scriptAt, 0u);  // not a byte read
+  EXPECT_EQ(receives, 0);  // not a byte read
 }
 
 // Each row: the second of running time, test mode, update running, a get
@@ -156,7 +124,6 @@ TEST_F(HostProtocolTest, PositionsGoOutOnChangeOrRequestAndOncePerSecondInTheFir
       {6, 0, 0, 0, 40, positionFrame(40) + positionFrame(40)},  // the change, then the repeat
       {59, 0, 0, 0, 40, positionFrame(40)},
       {60, 0, 0, 0, 40, {}},  // after the first minute only changes go out
-      {61, 0, 0, 0, 37, {0xFF, 0x00, 0x25, 0x02, 0x01, 0x28}},
       {62, 0, 0, 0, 0xFE, {0xFF, 0x00, 0xFE, 0x02, 0x01, 0x01}},  // the checksum wraps
       {63, 0, 0, 1, 0xFE, positionFrame(0xFE)},                   // asked for: sent unchanged,
       {64, 0, 0, 0, 0xFE, {}},                                    // once
@@ -209,29 +176,19 @@ TEST_F(HostProtocolTest, LogLinesAsTheOperatorsKnowThem) {
   runSeconds = 100;
   const struct {
     HostCommand command;
-    int32_t testModeAfter;
     const char *text;
   } cases[] = {
       {{K::StartTest, 0x85, 0x1E},
-       1,
        "-->velquare_uart_proc 1616: start test mode..\n"
        "-->velquare_uart_proc 1633: sendRetMode:1, micDBmax:30, micDBmin:5\n"},
-      {{K::Update, 0x7F, 0x00}, 1, ""},  // refused in test mode
-      {{K::StopTest, 0x12, 0x01}, 0, "-->velquare_uart_proc 1610: stop test mode..\n"},
+      {{K::Update, 0x7F, 0x00}, ""},  // refused in test mode
+      {{K::StopTest, 0x12, 0x01}, "-->velquare_uart_proc 1610: stop test mode..\n"},
       {{K::GetPosition, 0x00, 0x02},
-       0,
        "-->velquare_uart_proc 1649: recv get posi cmd and send posi..\n"},
-      {{K::Reboot, 0x00, 0x01}, 0, "-->velquare_uart_proc 1640: recv reboot cmd and reboot..\n"},
+      {{K::Reboot, 0x00, 0x01}, "-->velquare_uart_proc 1640: recv reboot cmd and reboot..\n"},
   };
-  for (const auto &c : cases) {
-    EXPECT_EQ(stdoutOf([&] { hostExecuteCommand(c.command); }), c.text);
-    EXPECT_EQ(gHostCtrl.testMode, c.testModeAfter) << c.text;
-  }
+  for (const auto &c : cases) EXPECT_EQ(stdoutOf([&] { hostExecuteCommand(c.command); }), c.text);
   EXPECT_EQ(sandbox.read("commands.log"), "sync\nreboot\n");  // sync first, then reboot
-  EXPECT_EQ(std::make_tuple(gHostCtrl.sendRetMode, gHostCtrl.micDBmax, gHostCtrl.micDBmin),
-            std::make_tuple(1, 30u, 5u));
   EXPECT_EQ(stdoutOf([] { onAngleResult(37); }),
             "----------------------------> posi : 37\nsend data is :\nff 00 25 02 01 28 \n");
-  const uint8_t bytes[] = {0x81, 0x0d};
-  EXPECT_EQ(stdoutOf([&] { uartSend(bytes, 2); }), "send data is :\n81 0d \n");
 }
