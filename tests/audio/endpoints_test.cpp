@@ -64,14 +64,10 @@ TEST_F(Endpoints, MissingDeviceStopsTheInitAndLeavesEarlierEndpointsOpen) {
   for (int missing : {3, 2}) {
     alsa.setCaptureData(5 - missing, "");
     alsa.removeDevice(missing);
-    std::string err,
-        out = stdoutOf([&] {
-          err = stderrOf([] { EXPECT_EQ(velquare_audioprocess_init(kMicAndLine), -1); });
-        });
+    const auto init = [] { EXPECT_EQ(velquare_audioprocess_init(kMicAndLine), -1); };
+    std::string err, out = stdoutOf([&] { err = stderrOf(init); });
     EXPECT_EQ(initNames(out).size(), missing == 3 ? 1u : 2u);  // no microphones, no line-in
-    EXPECT_THAT(
-        err, testing::ContainsRegex(
-                 ": velquare_audioprocess_init:.*snd_pcm_open error: No such file or directory\n"));
+    EXPECT_THAT(err, testing::HasSubstr("snd_pcm_open error: No such file or directory\n"));
     EXPECT_EQ(gEndpoints[EP_DIGITMIC].active, int(missing == 2));  // the microphones come first
     EXPECT_EQ(gEndpoints[EP_LINEIN].pcm, nullptr);
     releaseEndpoints();
