@@ -7,8 +7,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <fstream>
-
 #include "common/shared_word.h"
 #include "hostlink/host_protocol.h"
 #include "hostlink/uart.h"
@@ -28,15 +26,9 @@ std::string changed(std::string bytes, size_t at, char value) {
   bytes[at] = value;
   return bytes;
 }
-// The start of this test's own executable: an ELF header of the build's machine.
-std::string ownElf(size_t bytes) {
-  std::string s(bytes, '\0');
-  std::ifstream("/proc/self/exe", std::ios::binary)
-      .read(s.data(), static_cast<std::streamsize>(bytes));
-  return s;
-}
-
-const std::string kImage = ownElf(300), kOld = "old daemon", kAckC = "\006C", kNak = "\x15";
+// The image: the start of this test's own executable, an ELF header of the build's machine.
+const std::string kImage = readFile("/proc/self/exe").substr(0, 300), kOld = "old daemon";
+const std::string kAckC = "\006C", kNak = "\x15";
 const std::string kEot = "\x04", kOk = "ymodem updata ok", kErr = "ymodem updata err";
 
 using Steps = std::vector<std::pair<std::string, std::string>>;
@@ -60,8 +52,9 @@ std::vector<Script> scripts() {
     s.insert(s.end(), tail.begin(), tail.end());
     return s;
   };
-  const auto opening = [&](Steps rest) {
+  const auto opening = [&](Steps rest, const Steps &after = {}) {
     rest.insert(rest.begin(), {{"", "C"}, {ota, kAckC}});
+    rest.insert(rest.end(), after.begin(), after.end());
     return rest;
   };
   return {
@@ -74,10 +67,8 @@ std::vector<Script> scripts() {
                 {b2, kAckC},
                 {b3.substr(0, 132), ""},
                 {b3, kNak},
-                {b3, kAckC},
-                tail[0],
-                tail[1],
-                tail[2]}),
+                {b3, kAckC}},
+               tail),
        kOk},
       {"a shell command as the name",
        {{"", "C"}, {header("x;echo INJECTED>injected.txt;id>>injected.txt", "300"), ""}},
