@@ -13,7 +13,6 @@
 
 namespace {
 
-constexpr int32_t kMicFrameBytes = 15360;  // 960 samples x 8 channels x 2 bytes
 constexpr uint64_t kPoolBytes = 0x200000;  // 2 MiB
 
 class BuffPoolTest : public testing::Test {
@@ -73,7 +72,7 @@ TEST_F(BuffPoolTest, StreamSurvivesConcurrentWriterAndReader) {
         std::this_thread::yield();
     }
   });
-  std::vector<uint8_t> frame(kMicFrameBytes);
+  std::vector<uint8_t> frame(15360);  // a microphone frame: 960 samples x 8 channels x 2 bytes
   uint64_t mismatches = 0;
   for (uint64_t received = 0; received < kTotal;) {
     uint32_t n = std::min<uint64_t>(frame.size(), kTotal - received);

@@ -52,6 +52,7 @@ class CaptureRead : public AudioTest {
       captureFitChunkBuffer(ep);
     });
     readiFunc = scriptedReadi;
+    gNextFrame = 0;  // cases may share a process
   }
   // Runs the capture on a scripted PCM instead, in the given state.
   void useScripted(snd_pcm_state_t state) {
@@ -89,30 +90,31 @@ TEST_P(CaptureReadCases, ChunkIsCompletedInStreamOrderWithTheReport) {
       << "not prepared again";
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Faults, CaptureReadCases,
-    testing::Values(
-        // 48 frames are left for the last request.
-        ReadCase{
-            "ShortReadsAndRetries", {-EAGAIN, 100, 0, 900, -EAGAIN, 1000}, SND_PCM_STATE_OPEN, ""},
-        ReadCase{"OtherErrorsLoggedAndRetried",
-                 {-EIO, 10, -EBADFD},
-                 SND_PCM_STATE_OPEN,
-                 ": pcm_read:[0-9]+: read error: Input/output error\n"
-                 ": pcm_read:[0-9]+: read error: File descriptor in bad state\n"},
-        ReadCase{"SuspendResumed",
-                 {500, -ESTRPIPE},
-                 SND_PCM_STATE_OPEN,
-                 "Suspended. Trying resume. Done.\n"},
-        ReadCase{"OverrunReportedAndPrepared",
-                 {700, -EPIPE},
-                 SND_PCM_STATE_XRUN,
-                 "overrun!!! \\(at least [0-9]+\\.[0-9][0-9][0-9] ms long\\)\n"},
-        ReadCase{"DrainingPrepared",
-                 {-EPIPE},
-                 SND_PCM_STATE_DRAINING,
-                 "capture stream format change\\? attempting recover\\.\\.\\.\n"}),
-    [](const testing::TestParamInfo<ReadCase> &info) { return std::string(info.param.name); });
+constexpr snd_pcm_state_t kSandboxDevice = SND_PCM_STATE_OPEN;
+
+const ReadCase kReadCases[] = {
+    // 48 frames are left for the last request.
+    {"ShortReadsAndRetries", {-EAGAIN, 100, 0, 900, -EAGAIN, 1000}, kSandboxDevice, ""},
+    {"OtherErrorsLoggedAndRetried",
+     {-EIO, 10, -EBADFD},
+     kSandboxDevice,
+     ": pcm_read:[0-9]+: read error: Input/output error\n"
+     ": pcm_read:[0-9]+: read error: File descriptor in bad state\n"},
+    {"SuspendResumed", {500, -ESTRPIPE}, kSandboxDevice, "Suspended. Trying resume. Done.\n"},
+    {"OverrunReportedAndPrepared",
+     {700, -EPIPE},
+     SND_PCM_STATE_XRUN,
+     "overrun!!! \\(at least [0-9]+\\.[0-9][0-9][0-9] ms long\\)\n"},
+    {"DrainingPrepared",
+     {-EPIPE},
+     SND_PCM_STATE_DRAINING,
+     "capture stream format change\\? attempting recover\\.\\.\\.\n"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Faults, CaptureReadCases, testing::ValuesIn(kReadCases),
+                         [](const testing::TestParamInfo<ReadCase> &info) {
+                           return std::string(info.param.name);
+                         });
 
 using CaptureReadDeathTest = CaptureRead;
 
