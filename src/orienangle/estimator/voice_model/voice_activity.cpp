@@ -28,9 +28,10 @@ float log10Approx(float x) {
 }
 }  // namespace
 
-float voiceActivityUpdate(VoiceActivity *va, const float bandEnergy[kBands],
-                          const float noiseFloor[kBands]) {
-  float input[kActivityInputs];
+const VoiceNetwork &voiceNetworkFitted() { return kFittedNetwork; }
+
+void voiceActivityInputs(VoiceActivity *va, const float bandEnergy[kBands],
+                         const float noiseFloor[kBands], float input[kActivityInputs]) {
   for (int b = 0; b < kBands; ++b) {
     const float snr =
         std::clamp(log10Approx(1.0f + bandEnergy[b] / noiseFloor[b]), 0.0f, kMaxLogSnr);
@@ -42,17 +43,19 @@ float voiceActivityUpdate(VoiceActivity *va, const float bandEnergy[kBands],
     input[3 * kBands + b] = kLogEnergyScale * log10Approx(bandEnergy[b] + 1.0f);
   }
   input[4 * kBands] = 1.0f;
+}
 
+float voiceNetworkProbability(const VoiceNetwork &net, const float input[kActivityInputs]) {
   // Input by input, all units at once: the units stay in registers.
   float unit[kHiddenUnits];
-  std::copy(kHiddenBias, kHiddenBias + kHiddenUnits, unit);
+  std::copy(net.hiddenBias, net.hiddenBias + kHiddenUnits, unit);
   for (int i = 0; i < kActivityInputs; ++i) {
     const float x = input[i];
 #pragma GCC unroll 16
-    for (int h = 0; h < kHiddenUnits; ++h) unit[h] += x * kHiddenWeights[i][h];
+    for (int h = 0; h < kHiddenUnits; ++h) unit[h] += x * net.hiddenWeights[i][h];
   }
-  float z = kOutputBias;
-  for (int h = 0; h < kHiddenUnits; ++h) z += kOutputWeights[h] * std::tanh(unit[h]);
+  float z = net.outputBias;
+  for (int h = 0; h < kHiddenUnits; ++h) z += net.outputWeights[h] * std::tanh(unit[h]);
   // Clamp the exponent: loud onsets can drive it far out.
   return 1.0f / (1.0f + std::exp(-std::clamp(z, -30.0f, 30.0f)));
 }
