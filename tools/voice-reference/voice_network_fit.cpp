@@ -58,13 +58,14 @@ constexpr int kOutputWeightsAt = kHiddenBiasAt + kUnits;
 constexpr int kOutputBiasAt = kOutputWeightsAt + kUnits;
 constexpr int kParameterCount = kOutputBiasAt + 1;
 
-// Mean weighted cross-entropy gradient over all samples into `grad`.
-void gradient(const std::vector<Sample> &samples, const std::vector<double> &p,
-              std::vector<double> &grad) {
+// Mean weighted cross-entropy gradient over a batch of samples into `grad`.
+void gradient(const std::vector<Sample> &samples, const uint32_t *batch, size_t count,
+              const std::vector<double> &p, std::vector<double> &grad) {
   std::fill(grad.begin(), grad.end(), 0.0);
   double unit[kUnits], dUnit[kUnits];
-  const double scale = 1.0 / static_cast<double>(samples.size());
-  for (const Sample &s : samples) {
+  const double scale = 1.0 / static_cast<double>(count);
+  for (size_t k = 0; k < count; ++k) {
+    const Sample &s = samples[batch[k]];
     for (int h = 0; h < kUnits; ++h) unit[h] = p[kHiddenBiasAt + h];
     for (int i = 0; i < kInputs; ++i) {
       const double x = s.x[i];
@@ -103,17 +104,30 @@ VoiceNetwork voiceNetworkFit(const std::vector<VoiceRecording> &recordings,
   for (int i = kHiddenWeightsAt; i < kHiddenBiasAt; ++i) p.value[i] = hidden(rng);
   for (int i = kOutputWeightsAt; i < kOutputBiasAt; ++i) p.value[i] = output(rng);
 
+  // Adam on shuffled mini-batches, the step size falling linearly to zero.
   std::vector<double> grad(kParameterCount);
+  std::vector<uint32_t> order(samples.size());
+  for (size_t i = 0; i < order.size(); ++i) order[i] = static_cast<uint32_t>(i);
+  const size_t batches = (samples.size() + options.batchSize - 1) / options.batchSize;
+  const double totalSteps = static_cast<double>(batches) * options.epochs;
   const double beta1 = 0.9, beta2 = 0.999;
-  for (int step = 1; step <= options.iterations; ++step) {
-    gradient(samples, p.value, grad);
-    const double c1 = 1.0 - std::pow(beta1, step), c2 = 1.0 - std::pow(beta2, step);
-    for (int i = 0; i < kParameterCount; ++i) {
-      const bool isWeight = i < kHiddenBiasAt || (i >= kOutputWeightsAt && i < kOutputBiasAt);
-      const double g = grad[i] + (isWeight ? options.weightDecay * p.value[i] : 0.0);
-      p.m[i] = beta1 * p.m[i] + (1 - beta1) * g;
-      p.v[i] = beta2 * p.v[i] + (1 - beta2) * g * g;
-      p.value[i] -= options.learningRate * (p.m[i] / c1) / (std::sqrt(p.v[i] / c2) + 1e-8);
+  int step = 0;
+  for (int epoch = 0; epoch < options.epochs; ++epoch) {
+    std::shuffle(order.begin(), order.end(), rng);
+    for (size_t b = 0; b < batches; ++b) {
+      const size_t first = b * options.batchSize;
+      gradient(samples, &order[first], std::min(options.batchSize, samples.size() - first), p.value,
+               grad);
+      ++step;
+      const double rate = options.learningRate * (1.0 - (step - 1) / totalSteps);
+      const double c1 = 1.0 - std::pow(beta1, step), c2 = 1.0 - std::pow(beta2, step);
+      for (int i = 0; i < kParameterCount; ++i) {
+        const bool isWeight = i < kHiddenBiasAt || (i >= kOutputWeightsAt && i < kOutputBiasAt);
+        const double g = grad[i] + (isWeight ? options.weightDecay * p.value[i] : 0.0);
+        p.m[i] = beta1 * p.m[i] + (1 - beta1) * g;
+        p.v[i] = beta2 * p.v[i] + (1 - beta2) * g * g;
+        p.value[i] -= rate * (p.m[i] / c1) / (std::sqrt(p.v[i] / c2) + 1e-8);
+      }
     }
   }
 

@@ -2,6 +2,7 @@
 // calibration recordings: the inputs come from the voice model's own stages,
 // the target of each analysed 10 ms half frame is the reference's decision.
 #pragma once
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <vector>
@@ -10,8 +11,9 @@
 #include "voice-reference/voice_agreement.h"
 
 struct VoiceFitOptions {
-  int iterations = 600;  // full-batch Adam steps
-  double learningRate = 0.01;
+  int epochs = 1000;             // passes over the samples
+  size_t batchSize = 256;        // samples per Adam step
+  double learningRate = 0.003;   // at the start; it falls linearly to zero
   double weightDecay = 1e-4;     // L2 on the weights (not the biases)
   double noiseOnlyWeight = 1.5;  // weight of no-voice targets on noise-only material
   uint32_t seed = 1;             // initial weights

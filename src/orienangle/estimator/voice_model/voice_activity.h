@@ -6,8 +6,11 @@
 #include "orienangle/estimator/voice_model/voice_model_config.h"
 
 struct VoiceActivity {
-  float shortSnr[voice::kBands];  // log10 band SNR smoothed over about 30 ms
-  float longSnr[voice::kBands];   // ... and over about 200 ms
+  float shortSnr[voice::kBands];       // log10 band SNR smoothed over about 30 ms
+  float longSnr[voice::kBands];        // ... and over about 200 ms
+  float lastLogEnergy[voice::kBands];  // the last frame's scaled log band energies
+  float fluxSmoothed;                  // spectral flux smoothed over about 100 ms
+  float meanSnrSlow;                   // log10 SNR averaged over bands and about 1 s
 };
 
 // The network's weights: tanh hidden units, a logistic output.
