@@ -58,14 +58,17 @@ struct VoiceModel {
 
 }  // namespace
 
-// A few calibration recordings rendered again from their recipes: the voice
-// decision agrees with the reference's on most frames and calls no more of
-// the noise-only lead voice than the reference does.
+// A few calibration recordings rendered again from their recipes, among them
+// the hardest noises (music, babble): the voice decision agrees with the
+// reference's on at least 95 % of their frames and calls no more of the
+// noise-only lead voice than the reference does.
 TEST(VoiceModel, FollowsTheOriginalModelOnRecordedSpeechInNoise) {
   std::vector<VoiceRecipe> recipes;
   ASSERT_EQ("", voiceRecipesRead(QV_VOICE_FIXTURES "/recipes.txt", &recipes));
+  int frames = 0, agreeing = 0;
   for (const VoiceRecipe &r : recipes) {
-    if (r.name != "pink-5" && r.name != "knocks-10" && r.name != "street-5") continue;
+    if (r.name != "pink-5" && r.name != "music-10" && r.name != "babble-10" && r.name != "street-5")
+      continue;
     Sandbox box;
     const std::string array = box.file("array.wav");
     const std::string args =
@@ -81,9 +84,12 @@ TEST(VoiceModel, FollowsTheOriginalModelOnRecordedSpeechInNoise) {
         voiceAgreementMeasure(mic0, voiceReferenceRead(QV_VOICE_FIXTURES "/" + r.name + ".txt"),
                               int(kVoiceLeadSeconds * 50));
     ASSERT_GT(a.frames, 500) << r.name;
-    EXPECT_GT(a.agreeing, 0.92 * a.frames) << r.name;
+    EXPECT_GT(a.agreeing, 0.93 * a.frames) << r.name;
     EXPECT_LE(a.leadOurs, a.leadReference + 2) << r.name;
+    frames += a.frames, agreeing += a.agreeing;
   }
+  ASSERT_GT(frames, 0);
+  EXPECT_GE(agreeing, 0.95 * frames);
 }
 
 // Speech, then steady noise: some gains fall as fast as the floor allows, and

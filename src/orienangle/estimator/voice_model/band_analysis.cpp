@@ -5,6 +5,8 @@
 #include <cmath>
 #include <cstring>
 
+#include "orienangle/estimator/voice_model/voice_vector.h"
+
 using namespace voice;
 
 namespace {
@@ -47,17 +49,23 @@ int bandAnalysisPrepare(BandAnalysis *ba) {
 }
 
 float frameMeanSquare(const float *in) {
-  float sum = 0.0f;
-  for (int i = 0; i < kFrameSize; ++i) sum += in[i] * in[i];
-  return sum / kFrameSize;
+  VoiceVec sum = voiceSplat(0.0f);
+  for (int i = 0; i < kFrameSize; i += 4) {
+    const VoiceVec x = voiceLoad(in + i);
+    sum = voiceMulAdd(sum, x, x);
+  }
+  float lanes[4];
+  voiceStore(lanes, sum);
+  return ((lanes[0] + lanes[1]) + (lanes[2] + lanes[3])) / kFrameSize;
 }
 
 void bandAnalysisRun(BandAnalysis *ba, const float *in, float bandEnergy[kBands]) {
   float span[kWindowSize];
   kiss_fft_cpx spectrum[kSpectrumBins];
-  for (int i = 0; i < kFrameSize; ++i) {
-    span[i] = ba->previousInput[i] * ba->window[i];
-    span[kFrameSize + i] = in[i] * ba->window[kFrameSize + i];
+  for (int i = 0; i < kFrameSize; i += 4) {
+    voiceStore(span + i, voiceMul(voiceLoad(ba->previousInput + i), voiceLoad(ba->window + i)));
+    voiceStore(span + kFrameSize + i,
+               voiceMul(voiceLoad(in + i), voiceLoad(ba->window + kFrameSize + i)));
   }
   bandAnalysisSkip(ba, in);
   kiss_fftr(planOf(ba), span, spectrum);

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "orienangle/estimator/voice_model/voice_network_weights.h"
+#include "orienangle/estimator/voice_model/voice_vector.h"
 
 using namespace voice;
 
@@ -28,9 +29,11 @@ float log10Approx(float x) {
 }
 }  // namespace
 
-float voiceActivityUpdate(VoiceActivity *va, const float bandEnergy[kBands],
-                          const float noiseFloor[kBands]) {
-  float input[kActivityInputs];
+const VoiceNetwork &voiceNetworkFitted() { return kFittedNetwork; }
+
+void voiceActivityInputs(VoiceActivity *va, const float bandEnergy[kBands],
+                         const float noiseFloor[kBands], float input[kActivityInputs]) {
+  float flux = 0.0f, meanSnr = 0.0f;
   for (int b = 0; b < kBands; ++b) {
     const float snr =
         std::clamp(log10Approx(1.0f + bandEnergy[b] / noiseFloor[b]), 0.0f, kMaxLogSnr);
@@ -40,19 +43,35 @@ float voiceActivityUpdate(VoiceActivity *va, const float bandEnergy[kBands],
     input[kBands + b] = va->shortSnr[b];
     input[2 * kBands + b] = va->longSnr[b];
     input[3 * kBands + b] = kLogEnergyScale * log10Approx(bandEnergy[b] + 1.0f);
+    flux += std::fabs(input[3 * kBands + b] - va->lastLogEnergy[b]);
+    va->lastLogEnergy[b] = input[3 * kBands + b];
+    meanSnr += snr;
   }
-  input[4 * kBands] = 1.0f;
+  va->meanSnrSlow =
+      kSlowSnrSmoothing * va->meanSnrSlow + (1.0f - kSlowSnrSmoothing) * meanSnr * (1.0f / kBands);
+  flux *= kFluxScale / kBands;
+  va->fluxSmoothed = kFluxSmoothing * va->fluxSmoothed + (1.0f - kFluxSmoothing) * flux;
+  input[4 * kBands] = flux;
+  input[4 * kBands + 1] = va->fluxSmoothed;
+  input[4 * kBands + 2] = va->meanSnrSlow;
+  input[4 * kBands + 3] = 1.0f;
+}
 
-  // Input by input, all units at once: the units stay in registers.
-  float unit[kHiddenUnits];
-  std::copy(kHiddenBias, kHiddenBias + kHiddenUnits, unit);
+float voiceNetworkProbability(const VoiceNetwork &net, const float input[kActivityInputs]) {
+  // Input by input, four units per vector: the units stay in registers.
+  static_assert(kHiddenUnits % 4 == 0, "hidden units come in vectors of four");
+  constexpr int kGroups = kHiddenUnits / 4;
+  VoiceVec sum[kGroups];
+  for (int g = 0; g < kGroups; ++g) sum[g] = voiceLoad(net.hiddenBias + 4 * g);
   for (int i = 0; i < kActivityInputs; ++i) {
-    const float x = input[i];
-#pragma GCC unroll 16
-    for (int h = 0; h < kHiddenUnits; ++h) unit[h] += x * kHiddenWeights[i][h];
+    const VoiceVec x = voiceSplat(input[i]);
+    for (int g = 0; g < kGroups; ++g)
+      sum[g] = voiceMulAdd(sum[g], x, voiceLoad(net.hiddenWeights[i] + 4 * g));
   }
-  float z = kOutputBias;
-  for (int h = 0; h < kHiddenUnits; ++h) z += kOutputWeights[h] * std::tanh(unit[h]);
+  float unit[kHiddenUnits];
+  for (int g = 0; g < kGroups; ++g) voiceStore(unit + 4 * g, sum[g]);
+  float z = net.outputBias;
+  for (int h = 0; h < kHiddenUnits; ++h) z += net.outputWeights[h] * std::tanh(unit[h]);
   // Clamp the exponent: loud onsets can drive it far out.
   return 1.0f / (1.0f + std::exp(-std::clamp(z, -30.0f, 30.0f)));
 }

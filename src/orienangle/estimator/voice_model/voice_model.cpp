@@ -2,7 +2,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "orienangle/estimator/voice_model/rnnoise.h"
+#include "orienangle/estimator/voice_model/voice_model.h"
 #include "orienangle/estimator/voice_model/voice_state.h"
 
 using namespace voice;
@@ -20,7 +20,9 @@ DenoiseState *rnnoise_create(RNNModel *) {
 
 void rnnoise_destroy(DenoiseState *st) { free(st); }
 
-float rnnoise_process_frame(DenoiseState *st, float *out, const float *in) {
+float voiceModelProcess(DenoiseState *st, const VoiceNetwork &net, float *out, const float *in,
+                        VoiceFrameTrace *trace) {
+  if (trace) trace->analysed = false;
   if (!st->analysis.ready && bandAnalysisPrepare(&st->analysis) != 0) {
     memcpy(out, st->gain.lastGain, sizeof st->gain.lastGain);
     return 0.0f;
@@ -31,9 +33,19 @@ float rnnoise_process_frame(DenoiseState *st, float *out, const float *in) {
     return 0.0f;
   }
   float bandEnergy[kBands];
+  float input[kActivityInputs];
   bandAnalysisRun(&st->analysis, in, bandEnergy);
   bandNoiseUpdate(&st->noise, bandEnergy);
-  const float probability = voiceActivityUpdate(&st->activity, bandEnergy, st->noise.floor);
+  voiceActivityInputs(&st->activity, bandEnergy, st->noise.floor, input);
+  const float probability = voiceNetworkProbability(net, input);
   bandGainUpdate(&st->gain, bandEnergy, st->noise.floor, probability > 0.5f, out);
+  if (trace) {
+    trace->analysed = true;
+    memcpy(trace->inputs, input, sizeof input);
+  }
   return probability;
+}
+
+float rnnoise_process_frame(DenoiseState *st, float *out, const float *in) {
+  return voiceModelProcess(st, voiceNetworkFitted(), out, in, nullptr);
 }

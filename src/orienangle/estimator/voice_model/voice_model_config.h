@@ -44,15 +44,20 @@ constexpr float kNoiseSmoothing = 0.95f;    // floor averaging weight when speec
 
 // Voice activity: a small network (one hidden layer of kHiddenUnits tanh
 // units) on each band's log SNR over the noise floor, now and smoothed over
-// about 30 ms and 200 ms, and on each band's log energy. Its weights were fitted
-// to the voice decisions of the original model on recorded speech in noise
-// (tools/voice-reference).
+// about 30 ms and 200 ms, on each band's log energy, on the spectral flux (how
+// far the log band energies moved since the last frame) and on the mean log
+// SNR over about 1 s. Its weights were fitted to the voice decisions of the
+// original model on recorded speech in noise (tools/voice-reference).
 constexpr float kShortSnrSmoothing = 0.7f;  // weight of the old value, per 10 ms frame
 constexpr float kLongSnrSmoothing = 0.95f;
-constexpr float kMaxLogSnr = 4.0f;               // log10 SNR is clamped to 0..4 (0..40 dB)
-constexpr float kLogEnergyScale = 0.25f;         // log10 band energy is scaled by this
-constexpr int kActivityInputs = 4 * kBands + 1;  // the four feature sets and a constant 1
-constexpr int kHiddenUnits = 16;
+constexpr float kSlowSnrSmoothing = 0.99f;
+constexpr float kMaxLogSnr = 4.0f;        // log10 SNR is clamped to 0..4 (0..40 dB)
+constexpr float kLogEnergyScale = 0.25f;  // log10 band energy is scaled by this
+constexpr float kFluxSmoothing = 0.9f;
+constexpr float kFluxScale = 4.0f;  // mean absolute change of the scaled log energies
+// The four per-band sets, flux now and smoothed, slow mean SNR and a constant 1.
+constexpr int kActivityInputs = 4 * kBands + 4;
+constexpr int kHiddenUnits = 48;
 
 // While the frame does not hold voice, no band gain rises above this: a band
 // opens only with voice (and then closes at the release floor's pace).
