@@ -6,6 +6,7 @@
 //     --epochs N         passes over the samples (default 1000)
 //     --seed N           initial weights and sample order (default 1)
 //     --noise-weight X   weight of no-voice targets on noise only (default 1.5)
+//     --weight-decay X   L2 on the weights (default 1e-4)
 //     --holdout          fit on the recordings of even seed, print the table
 //                        of the odd ones: how well the fit carries over
 //
@@ -20,9 +21,11 @@
 
 namespace {
 int usage() {
-  fprintf(stderr,
-          "usage: quenvarile-voice-fit [--epochs N] [--seed N] [--noise-weight X] [--holdout] "
-          "RECIPES FIXTURE_DIR AUDIO_DIR OUT_HEADER\n");
+  fprintf(
+      stderr,
+      "usage: quenvarile-voice-fit [--epochs N] [--seed N] [--noise-weight X] [--weight-decay X] "
+      "[--holdout] "
+      "RECIPES FIXTURE_DIR AUDIO_DIR OUT_HEADER\n");
   return 2;
 }
 }  // namespace
@@ -39,6 +42,8 @@ int main(int argc, char **argv) {
       options.seed = static_cast<uint32_t>(strtoul(argv[++i], nullptr, 10));
     } else if (!strcmp(argv[i], "--noise-weight") && hasValue) {
       options.noiseOnlyWeight = atof(argv[++i]);
+    } else if (!strcmp(argv[i], "--weight-decay") && hasValue) {
+      options.weightDecay = atof(argv[++i]);
     } else if (!strcmp(argv[i], "--holdout")) {
       holdout = true;
     } else if (argv[i][0] == '-') {
