@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <functional>
+#include <tuple>
 #include <vector>
 
 #include "audio/audioprocess.h"
@@ -108,11 +109,8 @@ TEST(AngleLog, EachLineAsTheOperatorsKnowIt) {
   const std::vector<uint8_t> frame(ANGLE_MIC_FRAME_BYTES), ring(ANGLE_RING_BYTES + 1);
   const std::vector<int16_t> line(kSamples, 10);
   LevelMeter m;
-  const struct {
-    const char *what;
-    std::function<void()> act;
-    const char *line;
-  } cases[] = {
+  // What happens, the action, the lines it prints.
+  const std::tuple<const char *, std::function<void()>, const char *> cases[] = {
       {"init, bad frame size", [] { velquare_orienAngle_init(8, 0, 48000, 16, nullptr); },
        "------err: velquare_orienAngle_init 476 ---> micNum[8], frameSize[0], sampleRate[48000], "
        "bitDepth[16]\n"},
@@ -170,7 +168,7 @@ TEST(AngleLog, EachLineAsTheOperatorsKnowIt) {
   };
   velquare_orienAngle_uninit();
   memset(&gVelquareSpeach, 0, sizeof gVelquareSpeach);
-  for (const auto &c : cases) EXPECT_EQ(stdoutOf(c.act), c.line) << c.what;
+  for (const auto &[what, act, text] : cases) EXPECT_EQ(stdoutOf(act), text) << what;
   velquare_orienAngle_uninit();
 }
 
