@@ -150,11 +150,8 @@ TEST_F(AnglePipeline, UpdateGateTimingLoudspeakerStaleTimeoutAndSmoothing) {
 
 // Each threshold, met and missed by one, over an agreeing history at 100.
 TEST_F(AnglePipeline, AcceptanceThresholdsAreStrict) {
-  const struct {
-    const char *what;
-    int passing, failing;
-    void (*atAge)(AnglePipeline *t, int back, int n);  // shapes ages 1..79
-  } cases[] = {
+  // What; the count that passes and the one that fails; how ages 1..79 are shaped for a count.
+  const std::tuple<const char *, int, int, void (*)(AnglePipeline * t, int back, int n)> cases[] = {
       {"voiced frames", 20, 19,
        [](AnglePipeline *t, int back, int n) {
          t->est_->decision.vadFlag[t->slot(back)] = back <= n;
@@ -176,15 +173,15 @@ TEST_F(AnglePipeline, AcceptanceThresholdsAreStrict) {
          if (back > n && back <= 4) t->setFrame(back, 107);
        }},
   };
-  for (const auto &c : cases) {
+  for (const auto &[what, passing, failing, atAge] : cases) {
     for (bool pass : {true, false}) {
       SetUp();
       est_->frameCursor = 3;  // the passes wrap through 99
       agreeingHistory(100);
-      for (int back = 1; back < 80; ++back) c.atAge(this, back, pass ? c.passing : c.failing);
+      for (int back = 1; back < 80; ++back) atAge(this, back, pass ? passing : failing);
       decideAt(20);
       EXPECT_TRUE(est_->curAngle == (pass ? 100u : 230u) && est_->idleFrames == (pass ? 0 : 21))
-          << c.what << (pass ? " passing" : " failing");
+          << what << (pass ? " passing" : " failing");
     }
   }
 }
