@@ -156,6 +156,9 @@ TEST_F(HostProtocolTest, LogLinesAsTheOperatorsKnowThem) {
   };
   for (const auto &c : cases) EXPECT_EQ(stdoutOf([&] { hostExecuteCommand(c.first); }), c.second);
   EXPECT_EQ(sandbox.read("commands.log"), "sync\nreboot\n");  // sync first, then reboot
+  // The level meter reads the thresholds of the last start, kept after the stop.
+  EXPECT_EQ(std::make_tuple(gHostCtrl.sendRetMode, gHostCtrl.micDBmax, gHostCtrl.micDBmin),
+            std::make_tuple(1, 30u, 5u));
   EXPECT_EQ(stdoutOf([] { onAngleResult(37); }),
             "----------------------------> posi : 37\nsend data is :\nff 00 25 02 01 28 \n");
 }
