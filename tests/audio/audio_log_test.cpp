@@ -29,7 +29,10 @@ TEST_F(AudioLog, EachLineAsTheOperatorsKnowIt) {
       {"delete, no pool", [] { buffpool_delete(nullptr); }, "buffpool delete err\n"},
       {"transfer, no pool", [&] { buffpool_rw(nullptr, BUFFPOOL_READ, bytes.data(), &len); },
        "buffpool write\\|read err\n"},
-      {"transfer, pool not created", [&] { buffpool_rw(&pool, 3, bytes.data(), &len); },
+      {"transfer, pool deleted",  // so a late reader never touches freed memory
+       [&] {
+         buffpool_create(&pool), buffpool_delete(&pool), buffpool_rw(&pool, 3, bytes.data(), &len);
+       },
        "err: audio buff not init\n"},
       {"transfer, full",
        [&] { buffpool_create(&pool), buffpool_rw(&pool, BUFFPOOL_WRITE, bytes.data(), &all); },

@@ -80,6 +80,7 @@ struct ReadCase {
 class CaptureReadCases : public CaptureRead, public testing::WithParamInterface<ReadCase> {};
 
 TEST_P(CaptureReadCases, ChunkIsCompletedInStreamOrderWithTheReport) {
+  SCOPED_TRACE(GetParam().name);
   const bool scripted = GetParam().state != SND_PCM_STATE_OPEN;
   if (scripted) useScripted(GetParam().state);
   gScript = GetParam().script;
@@ -111,10 +112,7 @@ const ReadCase kReadCases[] = {
      "capture stream format change\\? attempting recover\\.\\.\\.\n"},
 };
 
-INSTANTIATE_TEST_SUITE_P(Faults, CaptureReadCases, testing::ValuesIn(kReadCases),
-                         [](const testing::TestParamInfo<ReadCase> &info) {
-                           return std::string(info.param.name);
-                         });
+INSTANTIATE_TEST_SUITE_P(Faults, CaptureReadCases, testing::ValuesIn(kReadCases));
 
 using CaptureReadDeathTest = CaptureRead;
 

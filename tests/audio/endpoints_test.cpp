@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "aplay/pcm_config.h"
@@ -42,21 +43,17 @@ TEST_F(Endpoints, MaskBringsUpAndDownItsEndpointsInTypeOrderOnTheirDevices) {
   // All four: the line opens once per direction.
   out = stdoutOf([] { EXPECT_EQ(velquare_audioprocess_init(15), 0); });
   EXPECT_EQ(initNames(out), (Names{"LINEOUT", "DIGITMIC", "ANALOGMIC", "LINEIN"}));
-  const struct {
-    AudioEndpointIndex index;
-    const char *name;
-    snd_pcm_stream_t stream;
-    uint32_t channels;
-  } devices[] = {{EP_DIGITMIC, "hw:0,3", SND_PCM_STREAM_CAPTURE, 8},
-                 {EP_LINEIN, "hw:0,2", SND_PCM_STREAM_CAPTURE, 2},
-                 {EP_LINEOUT, "hw:0,2", SND_PCM_STREAM_PLAYBACK, 4},
-                 {EP_ANALOGMIC, "hw:0,1", SND_PCM_STREAM_CAPTURE, 8}};
-  for (const auto &d : devices) {
-    const AudioEndpoint &ep = gEndpoints[d.index];
-    ASSERT_NE(ep.pcm, nullptr) << d.name;
-    EXPECT_STREQ(snd_pcm_name(ep.pcm), d.name);
-    EXPECT_TRUE(snd_pcm_stream(ep.pcm) == d.stream && ep.stream == uint32_t(d.stream)) << d.name;
-    EXPECT_TRUE(ep.channels == d.channels && ep.active == 1 && ep.audiobuf && ep.info) << d.name;
+  const std::tuple<AudioEndpointIndex, const char *, snd_pcm_stream_t, uint32_t> devices[] = {
+      {EP_DIGITMIC, "hw:0,3", SND_PCM_STREAM_CAPTURE, 8},
+      {EP_LINEIN, "hw:0,2", SND_PCM_STREAM_CAPTURE, 2},
+      {EP_LINEOUT, "hw:0,2", SND_PCM_STREAM_PLAYBACK, 4},
+      {EP_ANALOGMIC, "hw:0,1", SND_PCM_STREAM_CAPTURE, 8}};
+  for (const auto &[index, name, stream, channels] : devices) {
+    const AudioEndpoint &ep = gEndpoints[index];
+    ASSERT_NE(ep.pcm, nullptr) << name;
+    EXPECT_STREQ(snd_pcm_name(ep.pcm), name);
+    EXPECT_TRUE(snd_pcm_stream(ep.pcm) == stream && ep.stream == uint32_t(stream)) << name;
+    EXPECT_TRUE(ep.channels == channels && ep.active == 1 && ep.audiobuf && ep.info) << name;
   }
 }
 

@@ -97,13 +97,8 @@ struct Board {
   std::vector<Frame> read(double seconds, const FramePredicate &until) {
     std::vector<Frame> got;
     const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    while (!any(got, until)) {
-      const double ms =
-          std::chrono::duration<double, std::milli>(end - std::chrono::steady_clock::now()).count();
-      if (ms <= 0) break;
-      const Bytes first = line.receive(1, int(ms) + 1);
-      parse(first + line.receiveAll(0), &got);
-    }
+    while (!any(got, until) && std::chrono::steady_clock::now() < end)
+      parse(line.receiveAll(10), &got);
     return got;
   }
 

@@ -22,6 +22,7 @@ class PtyLine {
   PtyLine &operator=(const PtyLine &) = delete;
 
   const std::string &slavePath() const { return slavePath_; }
+  int hostFd() const { return master_; }                    // the host's end, for a relay
   void send(const Bytes &bytes) const;                      // host -> device
   Bytes receive(size_t count, int timeoutMs = 2000) const;  // up to count bytes
   Bytes receiveAll(int quietMs = 50) const;                 // until the line is quiet

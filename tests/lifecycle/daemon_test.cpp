@@ -27,7 +27,6 @@ class DaemonTest : public testing::Test {
     alsa_.feedSilence(3, 8);  // digital microphones
     alsa_.feedSilence(2, 2);  // line-in
     auto daemon = std::make_unique<DaemonProcess>(DaemonOptions{sandbox_.path(), env, {}});
-    EXPECT_TRUE(daemon->started());
     EXPECT_TRUE(!running || daemon->waitForOutput("velquare_audioprocess_init ok!"))
         << daemon->out() << daemon->err();
     return daemon;
@@ -38,7 +37,7 @@ class DaemonTest : public testing::Test {
     const uint32_t now = heartbeat();
     EXPECT_TRUE(eventually([&] { return heartbeat() > now + 1; }, 15000))
         << "heartbeat stuck at " << now;
-    EXPECT_TRUE(daemon.running()) << daemon.describeEnd();
+    EXPECT_TRUE(daemon.running()) << daemon.err();
   }
 
   Sandbox sandbox_;
@@ -67,7 +66,7 @@ TEST_P(TwoStepStop, OnlyTheSameStopSignalTwiceEndsTheProcess) {
 
   ASSERT_TRUE(daemon->signal(first));
   ASSERT_TRUE(daemon->waitForExit());
-  EXPECT_EQ(daemon->termSignal(), first) << daemon->describeEnd();
+  EXPECT_EQ(daemon->termSignal(), first) << daemon->exitCode();
 }
 
 INSTANTIATE_TEST_SUITE_P(Signals, TwoStepStop, testing::Values(SIGINT, SIGTERM),
@@ -86,7 +85,7 @@ TEST_F(DaemonTest, StartsUpInItsFixedOrderWithoutAWatchdogAndAbortSignalExitsWit
       << daemon->out();
   ASSERT_TRUE(daemon->signal(SIGABRT));
   ASSERT_TRUE(daemon->waitForExit());
-  EXPECT_EQ(daemon->exitCode(), 1) << daemon->describeEnd() << "\n" << daemon->err();
+  EXPECT_EQ(daemon->exitCode(), 1) << daemon->termSignal() << daemon->err();
   EXPECT_EQ(countOccurrences(daemon->err(), abortLine(SIGABRT)), 1) << daemon->err();
 }
 
@@ -95,7 +94,7 @@ TEST_F(DaemonTest, EndpointFailureTearsDownAndExitsWithStatusZero) {
   sandbox_.write("alsa-empty.conf", "# no devices\n");
   auto daemon = start(false, {"ALSA_CONFIG_PATH=" + sandbox_.file("alsa-empty.conf")});
   ASSERT_TRUE(daemon->waitForExit()) << daemon->out();
-  EXPECT_EQ(daemon->exitCode(), 0) << daemon->describeEnd();
+  EXPECT_EQ(daemon->exitCode(), 0) << daemon->termSignal();
   const std::string out = daemon->out();
   EXPECT_TRUE(
       std::regex_search(out, std::regex("\n-->main [0-9]+: velquare_audioprocess_init err!\n")))

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <tuple>
 #include <vector>
 
 #include "orienangle/estimator/estimator.h"
@@ -15,22 +16,15 @@ namespace {
 
 constexpr int kNone = 230;
 
-// One estimator per suite; each test starts from a copy of its creation state.
+// A new estimator per test, and per case where a test calls SetUp again.
 class AnglePipeline : public ::testing::Test {
  public:
-  static void SetUpTestSuite() {
-    est_ = orienAngleEstimatorCreate();
-    pristine_ = new OrienAngleEstimator(*est_);
-  }
-  static void TearDownTestSuite() {
-    orienAngleEstimatorDestroy(est_);
-    delete pristine_;
-  }
   void SetUp() override {
-    *est_ = *pristine_;
-    rnnoise_init(est_->denoiser, nullptr);
+    if (est_ != nullptr) orienAngleEstimatorDestroy(est_);
+    est_ = orienAngleEstimatorCreate();
   }
-  static OrienAngleEstimator *est_, *pristine_;
+  void TearDown() override { orienAngleEstimatorDestroy(est_); }
+  OrienAngleEstimator *est_ = nullptr;
 
   uint32_t slot(int back) const { return (est_->frameCursor + ORIEN_SLOTS - back) % ORIEN_SLOTS; }
 
@@ -61,7 +55,6 @@ class AnglePipeline : public ::testing::Test {
     angleFrameProcess(est_, frame, frame, spkin, &angle, &aux);
   }
 };
-OrienAngleEstimator *AnglePipeline::est_ = nullptr, *AnglePipeline::pristine_ = nullptr;
 
 TEST_F(AnglePipeline, BandTestCountsBandsAboveThreeTimesNoiseAndKeepsActiveFlags) {
   std::fill_n(est_->micNoise.chanNoise, ORIEN_BANDS, 1.0f);
@@ -96,19 +89,15 @@ TEST_F(AnglePipeline, BinSelectionNeedsThreeTimesNoiseAndOneAndAHalfTimesItsLeve
 TEST_F(AnglePipeline, DigitalSilenceIsTenConsecutiveSamplesWithinOne) {
   const std::vector<float> frame =
       testsig::noiseAwayFromZero(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE, 500.0f, 4);
-  const struct {
-    int from, count;
-    float v;
-    bool silent;
-  } cases[] = {{0, 0, 0.0f, false},
-               {0, 10, 0.0f, true},
-               {100, 9, 0.0f, false},
-               {955, 10, 1.9f, true},
-               {300, 10, 2.0f, false}};
-  for (const auto &c : cases) {
+  const std::tuple<int, int, float, bool> cases[] = {{0, 0, 0.0f, false},
+                                                     {0, 10, 0.0f, true},
+                                                     {100, 9, 0.0f, false},
+                                                     {955, 10, 1.9f, true},
+                                                     {300, 10, 2.0f, false}};
+  for (const auto &[from, count, v, silent] : cases) {
     std::vector<float> f = frame;
-    for (int i = c.from; i < c.from + c.count; ++i) f[i] = (i % 2) ? c.v : -c.v;
-    EXPECT_EQ(angleDigitalSilence(f.data()), c.silent) << c.from << " " << c.count;
+    for (int i = from; i < from + count; ++i) f[i] = (i % 2) ? v : -v;
+    EXPECT_EQ(angleDigitalSilence(f.data()), silent) << from << " " << count;
   }
 }
 
@@ -118,60 +107,51 @@ TEST_F(AnglePipeline, DigitalSilenceIsTenConsecutiveSamplesWithinOne) {
 // frames out. After 150 frames without a decision the direction is dropped.
 // A decision steps the published direction toward the pooled peak.
 TEST_F(AnglePipeline, UpdateGateTimingLoudspeakerStaleTimeoutAndSmoothing) {
-  const struct {
-    const char *what;
-    int peak;  // of an agreeing history; -1: none
-    bool latched;
-    std::vector<int> flagged;  // [from, to) ranges of ages with the loudspeaker flag
-    uint32_t cur;
-    int idleBefore;
-    uint32_t want;
-    int wantIdle;
-  } cases[] = {
-      {"first four record", 100, true, {0, 80}, 230, 3, 230, 4},
-      {"fifth suspends", 100, true, {0, 80}, 230, 4, 231, 0},
-      {"ninth records", 100, false, {}, 230, 8, 230, 9},
-      {"tenth pools", 100, false, {}, 230, 9, 100, 0},
-      {"not stale yet", -1, false, {}, 77, 149, 77, 150},
-      {"stale", -1, false, {}, 77, 150, 230, 151},  // the count is not reset
-      {"16 of 50 do not suspend", 100, true, {0, 16, 50, 70}, 80, 5, 80, 6},
-      {"17 of 50, not latched", 100, false, {0, 16, 49, 70}, 80, 5, 80, 0},
-      {"17 of 50, latched", 100, true, {0, 16, 49, 70}, 80, 5, 231, 0},
-      {"flagged frames are not pooled", 100, false, {49, 80}, 230, 20, 230, 21},
-      {"step", 95, false, {}, 90, 19, 91, 0},
-      {"step", 95, false, {}, 90, 79, 92, 0},
-      {"step", 92, false, {}, 90, 79, 92, 0},
-      {"step", 92, false, {}, 90, 19, 91, 0},
-      {"step", 91, false, {}, 90, 19, 91, 0},
-      {"step", 89, false, {}, 90, 79, 89, 0},
-      {"jump", 96, false, {}, 90, 19, 96, 0},
-      {"jump", 84, false, {}, 90, 19, 84, 0},
-      {"step", 95, false, {}, 100, 79, 98, 0},
-      {"first", 17, false, {}, 230, 19, 17, 0},
-      {"resume", 170, false, {}, 231, 19, 170, 0},
-  };
-  for (const auto &c : cases) {
+  // What; the peak of an agreeing history (-1: none); the loudspeaker latched; [from, to)
+  // ranges of ages with its flag; direction and idle count before, and wanted after.
+  const std::tuple<const char *, int, bool, std::vector<int>, uint32_t, int, uint32_t, int>
+      cases[] = {
+          {"first four record", 100, true, {0, 80}, 230, 3, 230, 4},
+          {"fifth suspends", 100, true, {0, 80}, 230, 4, 231, 0},
+          {"ninth records", 100, false, {}, 230, 8, 230, 9},
+          {"tenth pools", 100, false, {}, 230, 9, 100, 0},
+          {"not stale yet", -1, false, {}, 77, 149, 77, 150},
+          {"stale", -1, false, {}, 77, 150, 230, 151},  // the count is not reset
+          {"16 of 50 do not suspend", 100, true, {0, 16, 50, 70}, 80, 5, 80, 6},
+          {"17 of 50, not latched", 100, false, {0, 16, 49, 70}, 80, 5, 80, 0},
+          {"17 of 50, latched", 100, true, {0, 16, 49, 70}, 80, 5, 231, 0},
+          {"flagged frames are not pooled", 100, false, {49, 80}, 230, 20, 230, 21},
+          {"step", 95, false, {}, 90, 19, 91, 0},
+          {"step", 95, false, {}, 90, 79, 92, 0},
+          {"step", 92, false, {}, 90, 79, 92, 0},
+          {"step", 92, false, {}, 90, 19, 91, 0},
+          {"step", 91, false, {}, 90, 19, 91, 0},
+          {"step", 89, false, {}, 90, 79, 89, 0},
+          {"jump", 96, false, {}, 90, 19, 96, 0},
+          {"jump", 84, false, {}, 90, 19, 84, 0},
+          {"step", 95, false, {}, 100, 79, 98, 0},
+          {"first", 17, false, {}, 230, 19, 17, 0},
+          {"resume", 170, false, {}, 231, 19, 170, 0},
+      };
+  for (const auto &[what, peak, latched, flagged, cur, idleBefore, want, wantIdle] : cases) {
     SetUp();
-    if (c.peak >= 0) agreeingHistory(c.peak);
-    est_->farEnd.farEndLatched = c.latched;
-    for (size_t i = 0; i < c.flagged.size(); i += 2)
-      for (int back = c.flagged[i]; back < c.flagged[i + 1]; ++back)
+    if (peak >= 0) agreeingHistory(peak);
+    est_->farEnd.farEndLatched = latched;
+    for (size_t i = 0; i < flagged.size(); i += 2)
+      for (int back = flagged[i]; back < flagged[i + 1]; ++back)
         est_->farEnd.farEndFlag[slot(back)] = 1;
-    est_->curAngle = c.cur;
-    decideAt(c.idleBefore);
-    EXPECT_TRUE(est_->curAngle == c.want && est_->idleFrames == c.wantIdle)
-        << c.what << " " << c.cur << " -> " << c.peak << " at " << c.idleBefore << ": "
-        << est_->curAngle << ", idle " << est_->idleFrames;
+    est_->curAngle = cur;
+    decideAt(idleBefore);
+    EXPECT_TRUE(est_->curAngle == want && est_->idleFrames == wantIdle)
+        << what << " " << cur << " -> " << peak << " at " << idleBefore << ": " << est_->curAngle
+        << ", idle " << est_->idleFrames;
   }
 }
 
 // Each threshold, met and missed by one, over an agreeing history at 100.
 TEST_F(AnglePipeline, AcceptanceThresholdsAreStrict) {
-  const struct {
-    const char *what;
-    int passing, failing;
-    void (*atAge)(AnglePipeline *t, int back, int n);  // shapes ages 1..79
-  } cases[] = {
+  // What; the count that passes and the one that fails; how ages 1..79 are shaped for a count.
+  const std::tuple<const char *, int, int, void (*)(AnglePipeline * t, int back, int n)> cases[] = {
       {"voiced frames", 20, 19,
        [](AnglePipeline *t, int back, int n) {
          t->est_->decision.vadFlag[t->slot(back)] = back <= n;
@@ -193,15 +173,15 @@ TEST_F(AnglePipeline, AcceptanceThresholdsAreStrict) {
          if (back > n && back <= 4) t->setFrame(back, 107);
        }},
   };
-  for (const auto &c : cases) {
+  for (const auto &[what, passing, failing, atAge] : cases) {
     for (bool pass : {true, false}) {
       SetUp();
       est_->frameCursor = 3;  // the passes wrap through 99
       agreeingHistory(100);
-      for (int back = 1; back < 80; ++back) c.atAge(this, back, pass ? c.passing : c.failing);
+      for (int back = 1; back < 80; ++back) atAge(this, back, pass ? passing : failing);
       decideAt(20);
       EXPECT_TRUE(est_->curAngle == (pass ? 100u : 230u) && est_->idleFrames == (pass ? 0 : 21))
-          << c.what << (pass ? " passing" : " failing");
+          << what << (pass ? " passing" : " failing");
     }
   }
 }

@@ -52,19 +52,14 @@ void AlsaSandbox::setCaptureData(int device, const std::string &bytes) const {
   writeFile(capturePath(device), bytes);
 }
 
-std::string AlsaSandbox::makeCaptureFifo(int device) const {
-  removeDevice(device);
-  if (mkfifo(capturePath(device).c_str(), 0600) != 0)
-    ADD_FAILURE() << "cannot create " << capturePath(device);
-  return capturePath(device);
-}
-
 void AlsaSandbox::removeDevice(int device) const { unlink(capturePath(device).c_str()); }
 
 void AlsaSandbox::feed(int device, unsigned channels, std::vector<uint8_t> samples,
                        FeedOptions options) {
   signal(SIGPIPE, SIG_IGN);  // the daemon may go away while a period is written
-  fifos_.push_back(makeCaptureFifo(device));
+  removeDevice(device);
+  fifos_.push_back(capturePath(device));
+  if (mkfifo(fifos_.back().c_str(), 0600) != 0) ADD_FAILURE() << "cannot create " << fifos_.back();
   options.zerosAfter = true;
   feeders_.emplace_back([this, fifo = fifos_.back(), channels, samples = std::move(samples),
                          options] { feedFifo(fifo, samples, channels, options, &stopFeeding_); });

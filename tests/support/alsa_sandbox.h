@@ -36,8 +36,6 @@ class AlsaSandbox {
   std::string environment() const { return "ALSA_CONFIG_PATH=" + config_; }
   // The capture input of a device: these bytes in a plain file.
   void setCaptureData(int device, const std::string &bytes) const;
-  // The capture input of a device: a FIFO (returned path) to be fed.
-  std::string makeCaptureFifo(int device) const;
   // No capture input: opening the device for capture fails.
   void removeDevice(int device) const;
   // Paced S16_LE `samples` on a device (a FIFO fed from a thread of this

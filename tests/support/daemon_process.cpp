@@ -82,12 +82,6 @@ bool DaemonProcess::waitForExit(Timeout timeout) {
   return eventually([this] { return !running(); }, int(timeout.count())) && ended_;
 }
 
-std::string DaemonProcess::describeEnd() const {
-  if (pid_ <= 0 || !ended_) return pid_ <= 0 ? "not started" : "running";
-  if (WIFEXITED(status_)) return "exit " + std::to_string(WEXITSTATUS(status_));
-  return "signal " + std::to_string(WTERMSIG(status_)) + " (" + strsignal(WTERMSIG(status_)) + ")";
-}
-
 SegmentSnapshot readStateSegment(const std::string &keyPath) {
   SegmentSnapshot snapshot;
   const key_t key = ftok(keyPath.c_str(), 66);

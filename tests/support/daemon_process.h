@@ -33,7 +33,6 @@ class DaemonProcess {
   DaemonProcess(const DaemonProcess &) = delete;
   DaemonProcess &operator=(const DaemonProcess &) = delete;
 
-  bool started() const { return pid_ > 0; }
   std::string out() const { return readFile(outPath_); }  // standard output so far
   std::string err() const { return readFile(errPath_); }  // standard error so far
 
@@ -55,8 +54,6 @@ class DaemonProcess {
   int exitCode() const { return ended_ && WIFEXITED(status_) ? WEXITSTATUS(status_) : -1; }
   // After the end: the ending signal, or 0 when it exited.
   int termSignal() const { return ended_ && WIFSIGNALED(status_) ? WTERMSIG(status_) : 0; }
-  // The child's end in words, for assertion messages ("running", "exit 1", "signal 2 (...)").
-  std::string describeEnd() const;
 
  private:
   bool waitForText(const std::string &file, const std::string &text, Timeout timeout, int count);

@@ -5,14 +5,15 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <tuple>
 
 #include "support/sandbox.h"
 #include "tool_run.h"
 
 namespace {
 constexpr int kNone = 230, kFarEnd = 231;
-constexpr double kSettleSeconds =
-    2.5;  // the first direction comes about 1.1 s after the talker starts
+// The first direction comes about 1.1 s after the talker starts.
+constexpr double kSettleSeconds = 2.5;
 
 struct ReplayLine {
   double time;
@@ -39,28 +40,26 @@ std::vector<ReplayLine> simulateAndReplay(const std::string &simArgs) {
 // checked between its moves, with a second more to settle after one.
 TEST(ReplayAccuracy, TalkerInNoiseIsPublishedWithinTwoDegrees) {
   Sandbox box;
-  const struct {
-    const char *args;
-    int theta;
-    double from, to;  // seconds
-  } cases[] = {{"--snr 10 synthetic:6 -60", -60, kSettleSeconds, 99},
-               {"--snr 10 --noise white synthetic:6 -20", -20, kSettleSeconds, 99},
-               {"--snr 10 synthetic:6 35", 35, kSettleSeconds, 99},
-               {"--snr 15 synthetic:6 70", 70, kSettleSeconds, 99},
-               {"--snr 15 synthetic:10 0:-30,5:45", -30, kSettleSeconds, 5},
-               {"--snr 15 synthetic:10 0:-30,5:45", 45, 5 + kSettleSeconds + 1, 99}};
-  for (const auto &c : cases) {
-    const std::vector<ReplayLine> lines = simulateAndReplay(c.args);
-    ASSERT_GT(lines.size(), 200u) << c.args;  // one line per 20 ms frame
+  // The simulator's arguments, the talker's direction, and the seconds between which it holds.
+  const std::tuple<const char *, int, double, double> cases[] = {
+      {"--snr 10 synthetic:6 -60", -60, kSettleSeconds, 99},
+      {"--snr 10 --noise white synthetic:6 -20", -20, kSettleSeconds, 99},
+      {"--snr 10 synthetic:6 35", 35, kSettleSeconds, 99},
+      {"--snr 15 synthetic:6 70", 70, kSettleSeconds, 99},
+      {"--snr 15 synthetic:10 0:-30,5:45", -30, kSettleSeconds, 5},
+      {"--snr 15 synthetic:10 0:-30,5:45", 45, 5 + kSettleSeconds + 1, 99}};
+  for (const auto &[args, theta, from, to] : cases) {
+    const std::vector<ReplayLine> lines = simulateAndReplay(args);
+    ASSERT_GT(lines.size(), 200u) << args;  // one line per 20 ms frame
     int considered = 0, published = 0;
     for (const ReplayLine &l : lines) {
-      if (l.time <= c.from || l.time > c.to) continue;
+      if (l.time <= from || l.time > to) continue;
       ++considered;
       published += l.angle <= 180;
-      EXPECT_TRUE(l.angle > 180 || std::abs(l.angle - 90 - c.theta) <= 2)
-          << c.args << ": " << l.angle << " at " << l.time;
+      EXPECT_TRUE(l.angle > 180 || std::abs(l.angle - 90 - theta) <= 2)
+          << args << ": " << l.angle << " at " << l.time;
     }
-    EXPECT_GE(published, considered / 2) << c.args << ": too few frames publish a direction";
+    EXPECT_GE(published, considered / 2) << args << ": too few frames publish a direction";
   }
 }
 

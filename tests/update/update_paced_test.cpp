@@ -3,37 +3,34 @@
 // whole sandbox daemon. On this clean line every run installs exactly the file sent.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
-
 #include "support/alsa_sandbox.h"
 #include "support/daemon_process.h"
 #include "support/eventually.h"
 #include "support/paced_line.h"
 
-struct PacedUpdate : testing::TestWithParam<size_t> {
-};  // payload: that many bytes of a stripped daemon
+// The parameter: the payload's size, that many bytes of a stripped daemon.
+struct PacedUpdate : testing::TestWithParam<size_t> {};
 
 TEST_P(PacedUpdate, SbInstallsExactlyTheFileSent) {
   Sandbox box;
   AlsaSandbox alsa(box);
-  alsa.feedSilence(3,
-                   8);  // in real time, as on the board, so the daemon does not spin on its input
+  // In real time, as on the board, so the daemon does not spin on its input.
+  alsa.feedSilence(3, 8);
   alsa.feedSilence(2, 2);
-  std::ifstream stripped(QV_STRIPPED_DAEMON, std::ios::binary);
-  const std::string daemonImage{std::istreambuf_iterator<char>(stripped), {}};
+  const std::string daemonImage = readFile(QV_STRIPPED_DAEMON);
   ASSERT_GT(daemonImage.size(), 1000u);
   // At most 100 KB: a sanitizer build's daemon is ten times the board's.
   const std::string payload = daemonImage.substr(0, std::min<size_t>(GetParam(), 100 * 1024));
   box.write("root/quenvarile", "the running daemon's executable");
   box.write("quenvarile_ota", payload);
 
-  PacedLine line(kUartBytesPerSecond);
+  PtyLine line;
   DaemonProcess daemon({box.path(), {alsa.environment(), "QV_SANDBOX_UPDATE_WAIT_SECONDS=1"}, {}});
-  ASSERT_TRUE(daemon.waitForOutput("fd->open=")) << daemon.describeEnd() << daemon.out();
-  line.send(std::string("\x81\x01\x0e\x7f\x00\xff", 6));  // update
+  ASSERT_TRUE(daemon.waitForOutput("fd->open=")) << daemon.out();
+  line.send({0x81, 0x01, 0x0e, 0x7f, 0x00, 0xff});  // update
   ASSERT_TRUE(daemon.waitForOutput("wait 10s for ymodem...")) << daemon.out();
-  EXPECT_EQ(line.runSb({"--ymodem", "quenvarile_ota"}, 180000), 0) << box.read("sb.log");
+  EXPECT_EQ(runPacedSb(line, kUartBytesPerSecond, {"--ymodem", "quenvarile_ota"}, 180000), 0)
+      << box.read("sb.log");
   EXPECT_NE(line.receiveUntil("ymodem updata ok", 30000).find("ymodem updata ok"),
             std::string::npos)
       << daemon.out();
