@@ -12,9 +12,11 @@
 #include "hostlink/uart.h"
 #include "lifecycle/state_segment.h"
 #include "pty_line.h"
+#include "support/output_capture.h"
 #include "support/sandbox.h"
 #include "update/update_install.h"
 #include "update/ymodem.h"
+#include "update/ymodem_block.h"
 #include "ymodem_sender_block.h"
 
 namespace {
@@ -140,4 +142,36 @@ TEST(UpdatePowerCut, AfterEveryInstallStepTheExecutableIsTheOldOrTheNewOne) {
     EXPECT_EQ(st.st_mode & 0777, 0755u);
     EXPECT_EQ(box.read("root/quenvarile_Bak"), step >= 3 ? kOld : "");
   }
+}
+
+// The receiver's console lines, once, exactly: each chunk's output, in the
+// order of one transfer (the refused chunks leave its state as it was).
+TEST(UpdateLog, EachLineAsTheOperatorsKnowIt) {
+  const auto crc = [](const std::string &b) {
+    char line[48];
+    snprintf(line, sizeof line, "retcrc16 : %02x%02x, getcrc16 : %02x%02x \n", uint8_t(b[131]),
+             uint8_t(b[132]), uint8_t(b[131]), uint8_t(b[132]));
+    return std::string(line);
+  };
+  const std::string ota = header("quenvarile_ota", "300"), other = header("other", "300");
+  const std::string b1 = ymodemBlock(1, "a"), b3 = ymodemBlock(3, "c");
+  const std::string badSeq = changed(ota, 2, 0), data = "parse SOH filedata\n";
+  const std::pair<std::string, std::string> chunks[] = {
+      {"\x01..", "err datalen[3]\n"},
+      {other, crc(other) + "ymodem update filename(other) is not quenvarile_ota\n"},
+      {changed(ota, 132, 0),
+       std::string(crc(ota)).replace(30, 2, "00") + "velquare_Ymodem_parse_soh crc16 err\n"},
+      {badSeq, crc(badSeq) + "err block number 00 00\n"},
+      {ota, crc(ota) + "fileName : quenvarile_ota\nfileSize : 300\n"},
+      {b1, crc(b1) + data},
+      {b1, crc(b1) + data + "block 1 again, not written\n"},
+      {b3, crc(b3) + data + "block 3 after block 1: a block is missing\n"}};
+  YmodemFile file;
+  velquare_ymodem_file_reset(&file);
+  for (const auto &[chunk, line] : chunks)
+    EXPECT_EQ(stdoutOf([&] {
+                velquare_ymodem_take_chunk(&file, reinterpret_cast<const uint8_t *>(chunk.data()),
+                                           int(chunk.size()));
+              }),
+              line);
 }
