@@ -20,6 +20,7 @@ struct Sample {
 };
 
 // Every analysed half frame of every recording, with its target and weight.
+// The inputs do not depend on the network the model runs with.
 std::vector<Sample> samplesOf(const std::vector<VoiceRecording> &recordings, double noiseWeight) {
   std::vector<Sample> samples;
   VoiceFrameTrace trace;

@@ -1,6 +1,6 @@
 // Voice activity of the voice model: a one-hidden-layer network on the bands'
-// log SNR (now and smoothed over two spans) and log energy gives the
-// probability that the frame holds voice.
+// log SNR (now and smoothed over two spans), their log energy, the spectral
+// flux and the slow mean SNR gives the probability that the frame holds voice.
 #pragma once
 
 #include "orienangle/estimator/voice_model/voice_model_config.h"
