@@ -88,7 +88,6 @@ std::string voiceRecordingsLoad(const std::string &recipesPath, const std::strin
 
 double voiceAgreementTable(const std::vector<VoiceRecording> &recordings, const VoiceNetwork &net,
                            FILE *out) {
-  const char *const noiseNames[] = {"pink", "white", "babble", "fan", "music", "knocks", "street"};
   fprintf(out,
           "| recording        | agree %% | ours %% | reference %% | "
           "noise-only: ours %% | reference %% |\n|---|---|---|---|---|---|\n");
@@ -102,7 +101,7 @@ double voiceAgreementTable(const std::vector<VoiceRecording> &recordings, const 
     add(r.noiseOnly ? byNoise["noise only"] : all, a);
     if (!r.noiseOnly && r.snrDb >= 5) {
       add(atLeast5, a);
-      add(byNoise[noiseNames[static_cast<int>(r.noise)] + std::string(" >=5dB")], a);
+      add(byNoise[voiceNoiseName(r.noise) + std::string(" >=5dB")], a);
     }
   }
   for (const auto &[name, a] : byNoise) row(out, name, a);

@@ -233,6 +233,8 @@ std::vector<float> voiceNoiseSource(const std::string &soundDir, VoiceNoise kind
   }
 }
 
+const char *voiceNoiseName(VoiceNoise noise) { return kNoiseNames[static_cast<int>(noise)]; }
+
 int voiceLeadFrames(const VoiceRecipe &r) {
   return static_cast<int>((r.noiseOnly ? kVoiceNoiseOnlySeconds : kVoiceLeadSeconds) * 50);
 }
@@ -256,7 +258,7 @@ std::string voiceRenderSources(const std::string &soundDir, const VoiceRecipe &r
   args << " --seed " << r.seed;
   if (r.noise == VoiceNoise::Pink || r.noise == VoiceNoise::White) {
     args << (r.noiseOnly ? " --noise-level " : " --snr ") << r.snrDb << " --noise "
-         << kNoiseNames[static_cast<int>(r.noise)];
+         << voiceNoiseName(r.noise);
     return args.str();
   }
   const size_t n = r.noiseOnly

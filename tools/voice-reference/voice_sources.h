@@ -37,6 +37,9 @@ std::vector<float> voiceTalker(const std::string &soundDir, uint32_t seed);
 std::vector<float> voiceNoiseSource(const std::string &soundDir, VoiceNoise kind, size_t count,
                                     uint32_t seed);
 
+// The noise's name as recipes write it ("pink", "music", ...).
+const char *voiceNoiseName(VoiceNoise noise);
+
 // Frames at the start of a recording that hold noise only.
 int voiceLeadFrames(const VoiceRecipe &r);
 
