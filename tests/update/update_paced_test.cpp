@@ -26,7 +26,9 @@ TEST_P(PacedUpdate, SbInstallsExactlyTheFileSent) {
 
   PtyLine line;
   DaemonProcess daemon({box.path(), {alsa.environment(), "QV_SANDBOX_UPDATE_WAIT_SECONDS=1"}, {}});
-  ASSERT_TRUE(daemon.waitForOutput("fd->open=")) << daemon.out();
+  // The first report out means the line is open, configured and flushed: a
+  // command sent before that flush would be discarded with it.
+  ASSERT_TRUE(daemon.waitForOutput("send data is")) << daemon.out();
   line.send({0x81, 0x01, 0x0e, 0x7f, 0x00, 0xff});  // update
   ASSERT_TRUE(daemon.waitForOutput("wait 10s for ymodem...")) << daemon.out();
   EXPECT_EQ(runPacedSb(line, kUartBytesPerSecond, {"--ymodem", "quenvarile_ota"}, 180000), 0)
