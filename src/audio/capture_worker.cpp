@@ -72,6 +72,9 @@ void captureStep(AudioEndpoint *ep, CaptureRecording *rec) {
 void *velquare_audioprocess_capture_proc(void *typeField) {
   pthread_detach(pthread_self());
   uint32_t type = *static_cast<uint32_t *>(typeField);
+  pthread_setname_np(pthread_self(), type == AUDIOPROCESS_LINEIN      ? "qv-cap-linein"
+                                     : type == AUDIOPROCESS_ANALOGMIC ? "qv-cap-analog"
+                                                                      : "qv-cap-digit");
   if (type == AUDIOPROCESS_LINEIN) QV_TRACE("\n");
   CaptureRecording rec;
   AudioEndpoint *ep = velquare_audioprocess_endpoint(type);

@@ -77,7 +77,9 @@ void hostExecuteCommand(const HostCommand &command) {
 
 void *velquare_uart_proc(void *) {
   pthread_detach(pthread_self());
+  pthread_setname_np(pthread_self(), "qv-host");  // as top -H and /proc/<pid>/task/*/comm show it
   static const int32_t forever = 1;
-  hostCommandLoop(uartRecv, hostExecuteCommand, forever);
+  // Sleeps while the host is silent; a command is read as soon as its first byte arrives.
+  hostCommandLoop(uartRecv, hostExecuteCommand, forever, uartWaitReadable);
   return nullptr;
 }

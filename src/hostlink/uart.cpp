@@ -7,6 +7,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 
 #include "common/shared_word.h"
@@ -102,6 +103,26 @@ int uartRecv(uint8_t *buf, int len) {
     if (select(fd + 1, &readable, nullptr, nullptr, &timeout) == 0) return -1;
   }
   return static_cast<int>(read(fd, buf, static_cast<size_t>(len)));
+}
+
+bool uartWaitReadable(int timeoutMillis) {
+  const int fd = sharedLoad(uartFd);
+  timeval timeout{timeoutMillis / 1000, (timeoutMillis % 1000) * 1000L};
+  if (fd < 0 || fd >= FD_SETSIZE) {
+    select(0, nullptr, nullptr, nullptr, &timeout);
+    return true;
+  }
+  fd_set readable;
+  FD_ZERO(&readable);
+  FD_SET(fd, &readable);
+  const int ready = select(fd + 1, &readable, nullptr, nullptr, &timeout);
+  if (ready < 0 && errno != EINTR) {
+    // A descriptor select refuses (closed under us): pause as a time-out would.
+    timeout = timeval{timeoutMillis / 1000, (timeoutMillis % 1000) * 1000L};
+    select(0, nullptr, nullptr, nullptr, &timeout);
+    return true;
+  }
+  return ready > 0;
 }
 
 int uartFlushInput() {

@@ -12,5 +12,9 @@ int uartOpen(const char *path, int speed, int flowCtrl, int dataBits, int stopBi
 int hostLineOpen();
 int uartSend(const uint8_t *buf, int len);  // bytes written, or -1
 int uartRecv(uint8_t *buf, int len);        // bytes read, or -1 when nothing came within 100 us
+// Sleeps until the line has bytes to read or `timeoutMillis` has passed: true
+// when uartRecv should look (bytes waiting, or a line select cannot watch, in
+// which case the whole time-out is slept first), false on time-out. Reads nothing.
+bool uartWaitReadable(int timeoutMillis);
 int uartFlushInput();
 int uartClose();

@@ -37,6 +37,7 @@ int velquare_hal_wdg_start() {
 void *velquare_hal_proc(void *) {
   puts("velquare_hal_proc start! ");
   pthread_detach(pthread_self());
+  pthread_setname_np(pthread_self(), "qv-watchdog");
   for (;;) {
     ioctl(gGpioFd, GPIO_CMD_LINE, GPIO_ARG_WDG_FIRST_HALF);
     sleepOneSecond();

@@ -3,11 +3,15 @@
 // test, acting as the host.
 #include <gtest/gtest.h>
 
+#include <dirent.h>
+
 #include <algorithm>
 #include <chrono>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <numeric>
+#include <thread>
 
 #include "pty_line.h"
 #include "sim/noise.h"
@@ -82,6 +86,23 @@ Audio levelAudio(const std::vector<int16_t> &micAmplitude, int16_t lineAmplitude
     audio.line[2 * i] = static_cast<int16_t>(sign * lineAmplitude);
   }
   return audio;
+}
+
+// Voluntary context switches so far of the daemon's thread named `name`, or -1.
+long voluntarySwitches(pid_t pid, const std::string &name) {
+  const std::string tasks = "/proc/" + std::to_string(pid) + "/task/";
+  DIR *dir = opendir(tasks.c_str());
+  long switches = -1;
+  while (dirent *e = dir ? readdir(dir) : nullptr) {
+    std::string comm;
+    std::ifstream(tasks + e->d_name + "/comm") >> comm;
+    if (comm != name) continue;
+    std::ifstream status(tasks + e->d_name + "/status");
+    for (std::string key; status >> key;)
+      if (key == "voluntary_ctxt_switches:") status >> switches;
+  }
+  if (dir) closedir(dir);
+  return switches;
 }
 
 // Members in start order, so the daemon ends before the line and the audio it uses go.
@@ -170,6 +191,12 @@ TEST(SimulatedBoard, CommandsAreAnsweredAndGarbageIsSkipped) {
       << board.daemon->out();
   // Silence: the position stays "no direction", so it is printed only on request.
   EXPECT_EQ(countOccurrences(board.daemon->out(), kPosiLine), 0);
+  // A silent host line: the command thread sleeps (a 20 ms wait makes 50 wake-ups a second).
+  const long before = voluntarySwitches(board.daemon->pid(), "qv-host");
+  std::this_thread::sleep_for(1s);
+  const long after = voluntarySwitches(board.daemon->pid(), "qv-host");
+  ASSERT_GE(before, 0) << "no thread qv-host";
+  EXPECT_LT(after - before, 100);
   // Noise and a reboot with a bad start byte (the parser's own tests have the
   // whole list of near misses) come before the request: none of it may act.
   board.line.send({0x00, 0xFF, 0x13, 0x7E, 0xFE, 0x80, 0x82, 0x01, 0x0D, 0x00, 0x01, 0xFF});

@@ -47,7 +47,8 @@ class DaemonProcess {
 
   // False if it could not be sent or the child is gone.
   bool signal(int sig) { return pid_ > 0 && !ended_ && kill(pid_, sig) == 0; }
-  bool running() { return pid_ > 0 && !reap(false); }  // reaps the child when it has ended
+  bool running() { return pid_ > 0 && !reap(false); }
+  pid_t pid() const { return pid_; }  // reaps the child when it has ended
   // Wait for the child to end; false on time-out (the child is left running).
   bool waitForExit(Timeout timeout = kDefaultTimeout);
   // After the end: exit status, or -1 when a signal ended it.

@@ -118,6 +118,7 @@ void *velquare_orienangle_proc(void *) {
   AngleService svc;
   int opened = angleServiceOpen(&svc);
   pthread_detach(pthread_self());
+  pthread_setname_np(pthread_self(), "qv-service");
   if (opened != 0) {
     QV_TRACE_AS("velquare_orienangle_proc", "no memory for the frame buffers\n");
     return nullptr;

@@ -54,6 +54,7 @@ bool takeFrame(uint8_t *frame, AngleDump *dump) {
 
 void *velquare_orienAngle_proc(void *) {
   pthread_detach(pthread_self());
+  pthread_setname_np(pthread_self(), "qv-angle");
   uint8_t frame[ANGLE_MIC_FRAME_BYTES] = {};
   uint8_t block[ANGLE_SPKIN_BLOCK_BYTES] = {};
   AngleDump micDump = angleDumpMic();
