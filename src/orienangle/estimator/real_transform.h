@@ -1,8 +1,8 @@
 // The fast forward transform of one analysis block: 4096 real samples to the
 // low bins of their spectrum, scaled by 1/4096 as spectrumTransform is. One
 // backend per platform, chosen at build time: real_transform_kiss.cpp (KISS
-// FFT's real-input transform) on the PC, real_transform_ne10.cpp (Ne10's NEON
-// real-to-complex transform) on the board. Both are exact transforms in float,
+// FFT's real-input transform) on the PC, real_transform_neon.cpp (a radix-4
+// transform in NEON) on the board. Both are exact transforms in float,
 // so their bins agree with spectrumTransform's to rounding, not bit for bit.
 #pragma once
 

@@ -9,7 +9,7 @@
 // (s negated), so Y(180 - a) = A - jB from the same A and B. P and Q come
 // scaled by the bin's factor sqrt(w / norm), so |Y|^2 needs no weighting.
 //
-// On ARM the loop is written in NEON intrinsics: GCC keeps vector-extension
+// On ARM the loop is written in NEON assembly: GCC keeps vector-extension
 // float arithmetic off 32-bit NEON (which flushes subnormals to zero). Elsewhere
 // GCC vectors give SSE on x86-64 and plain scalar code on a core without SIMD.
 // Both run the same operations in the same order, each rounded on its own, so
@@ -34,40 +34,58 @@ inline float scanLane(ScanVec v, int lane) {
   return out[lane];
 }
 
-// w: the bin's weights, [group][m][re, im][lane]. sumA, sumB: per group, the
-// powers of directions g * 4 + lane and of their mirrors 180 - (g * 4 + lane).
-inline void scanKernel(const ScanBin &bin, const float *w, ScanVec *sumA, ScanVec *sumB) {
-  const float32x4_t pr = vld1q_f32(bin.pq[0]), pi = vld1q_f32(bin.pq[1]);
-  const float32x4_t qr = vld1q_f32(bin.pq[2]), qi = vld1q_f32(bin.pq[3]);
-  const float32x2_t pr01 = vget_low_f32(pr), pr23 = vget_high_f32(pr);
-  const float32x2_t pi01 = vget_low_f32(pi), pi23 = vget_high_f32(pi);
-  const float32x2_t qr01 = vget_low_f32(qr), qr23 = vget_high_f32(qr);
-  const float32x2_t qi01 = vget_low_f32(qi), qi23 = vget_high_f32(qi);
-  // Loads in address order, each moving the pointer on: 32-bit NEON loads have
-  // no offset form, and the empty asm keeps GCC from turning the increments
-  // back into one add per load.
-  auto next = [&w]() {
-    const float32x4_t v = vld1q_f32(w);
-    w += SCAN_LANES;
-    asm("" : "+r"(w));
-    return v;
-  };
-  for (int g = 0; g < SCAN_GROUPS; ++g) {
-    const float32x4_t c0 = next(), s0 = next(), c1 = next(), s1 = next();
-    const float32x4_t c2 = next(), s2 = next(), c3 = next(), s3 = next();
-    float32x4_t ar = vmulq_lane_f32(c0, pr01, 0), ai = vmulq_lane_f32(c0, pi01, 0);
-    float32x4_t br = vmulq_lane_f32(s0, qr01, 0), bi = vmulq_lane_f32(s0, qi01, 0);
-    ar = vmlaq_lane_f32(ar, c1, pr01, 1), ai = vmlaq_lane_f32(ai, c1, pi01, 1);
-    br = vmlaq_lane_f32(br, s1, qr01, 1), bi = vmlaq_lane_f32(bi, s1, qi01, 1);
-    ar = vmlaq_lane_f32(ar, c2, pr23, 0), ai = vmlaq_lane_f32(ai, c2, pi23, 0);
-    br = vmlaq_lane_f32(br, s2, qr23, 0), bi = vmlaq_lane_f32(bi, s2, qi23, 0);
-    ar = vmlaq_lane_f32(ar, c3, pr23, 1), ai = vmlaq_lane_f32(ai, c3, pi23, 1);
-    br = vmlaq_lane_f32(br, s3, qr23, 1), bi = vmlaq_lane_f32(bi, s3, qi23, 1);
-    const float32x4_t yr = vsubq_f32(ar, bi), yi = vaddq_f32(ai, br);  // A + jB
-    const float32x4_t zr = vaddq_f32(ar, bi), zi = vsubq_f32(ai, br);  // A - jB
-    sumA[g] = vmlaq_f32(vmlaq_f32(sumA[g], yr, yr), yi, yi);
-    sumB[g] = vmlaq_f32(vmlaq_f32(sumB[g], zr, zr), zi, zi);
-  }
+// w: the bin's weights, [group][m][re, im][lane]. sums: per group g, the
+// powers of directions g * 4 + lane (sums[2g]) and of their mirrors
+// 180 - (g * 4 + lane) (sums[2g + 1]).
+//
+// In assembly: with intrinsics GCC loads each weight vector on its own and
+// spends an add on each address; here two vectors come per load and the
+// pointers move on by themselves. Operation for operation it is the loop of
+// the other targets below (products rounded before their sums: vmla is the
+// non-fused multiply-accumulate).
+inline void scanKernel(const ScanBin &bin, const float *w, ScanVec *sums) {
+  int count = SCAN_GROUPS;
+  ScanVec *s = sums;
+  asm volatile(
+      "vld1.32 {d0-d3}, [%[p]]\n"  // Re P, Im P of microphones 0..3
+      "vld1.32 {d4-d7}, [%[q]]\n"  // Re Q, Im Q
+      "1:\n"
+      "vld1.32 {d16-d19}, [%[w]]!\n"  // c0 s0
+      "vld1.32 {d20-d23}, [%[w]]!\n"  // c1 s1
+      "vmul.f32 q12, q8, d0[0]\n"     // ar
+      "vmul.f32 q13, q8, d2[0]\n"     // ai
+      "vmul.f32 q14, q9, d4[0]\n"     // br
+      "vmul.f32 q15, q9, d6[0]\n"     // bi
+      "vmla.f32 q12, q10, d0[1]\n"
+      "vmla.f32 q13, q10, d2[1]\n"
+      "vmla.f32 q14, q11, d4[1]\n"
+      "vmla.f32 q15, q11, d6[1]\n"
+      "vld1.32 {d16-d19}, [%[w]]!\n"  // c2 s2
+      "vld1.32 {d20-d23}, [%[w]]!\n"  // c3 s3
+      "vmla.f32 q12, q8, d1[0]\n"
+      "vmla.f32 q13, q8, d3[0]\n"
+      "vmla.f32 q14, q9, d5[0]\n"
+      "vmla.f32 q15, q9, d7[0]\n"
+      "vmla.f32 q12, q10, d1[1]\n"
+      "vmla.f32 q13, q10, d3[1]\n"
+      "vmla.f32 q14, q11, d5[1]\n"
+      "vmla.f32 q15, q11, d7[1]\n"
+      "vsub.f32 q8, q12, q15\n"  // A + jB
+      "vadd.f32 q9, q13, q14\n"
+      "vadd.f32 q10, q12, q15\n"  // A - jB
+      "vsub.f32 q11, q13, q14\n"
+      "vld1.32 {d24-d27}, [%[s]]\n"
+      "vmla.f32 q12, q8, q8\n"
+      "vmla.f32 q12, q9, q9\n"
+      "vmla.f32 q13, q10, q10\n"
+      "vmla.f32 q13, q11, q11\n"
+      "vst1.32 {d24-d27}, [%[s]]!\n"
+      "subs %[count], %[count], #1\n"
+      "bne 1b\n"
+      : [w] "+r"(w), [s] "+r"(s), [count] "+r"(count)
+      : [p] "r"(bin.pq[0]), [q] "r"(bin.pq[2])
+      : "cc", "memory", "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d16", "d17", "d18", "d19",
+        "d20", "d21", "d22", "d23", "d24", "d25", "d26", "d27", "d28", "d29", "d30", "d31");
 }
 
 #else
@@ -83,7 +101,7 @@ inline ScanVec scanLoad(const float *p) {
   return v;
 }
 
-inline void scanKernel(const ScanBin &bin, const float *w, ScanVec *sumA, ScanVec *sumB) {
+inline void scanKernel(const ScanBin &bin, const float *w, ScanVec *sums) {
   const ScanVec pr0 = scanSplat(bin.pq[0][0]), pr1 = scanSplat(bin.pq[0][1]);
   const ScanVec pr2 = scanSplat(bin.pq[0][2]), pr3 = scanSplat(bin.pq[0][3]);
   const ScanVec pi0 = scanSplat(bin.pq[1][0]), pi1 = scanSplat(bin.pq[1][1]);
@@ -103,8 +121,8 @@ inline void scanKernel(const ScanBin &bin, const float *w, ScanVec *sumA, ScanVe
     const ScanVec bi = ((s0 * qi0 + s1 * qi1) + s2 * qi2) + s3 * qi3;
     const ScanVec yr = ar - bi, yi = ai + br;  // A + jB
     const ScanVec zr = ar + bi, zi = ai - br;  // A - jB
-    sumA[g] = (sumA[g] + yr * yr) + yi * yi;
-    sumB[g] = (sumB[g] + zr * zr) + zi * zi;
+    sums[2 * g] = (sums[2 * g] + yr * yr) + yi * yi;
+    sums[2 * g + 1] = (sums[2 * g + 1] + zr * zr) + zi * zi;
   }
 }
 

@@ -111,8 +111,8 @@ int spatialSpectrumScan(OrienAngleEstimator *est,
                         const OrienComplex (*spectra)[ORIEN_SPECTRUM_BINS]) {
   // Steered power of every direction, bins in increasing order, all directions at
   // once: 0..90 in the A sums, 180..90 in the B sums.
-  ScanVec sumA[SCAN_GROUPS], sumB[SCAN_GROUPS];
-  for (int g = 0; g < SCAN_GROUPS; ++g) sumA[g] = sumB[g] = scanZero();
+  ScanVec sums[2 * SCAN_GROUPS];  // per group: directions g * 4 + lane, then their mirrors
+  for (ScanVec &sum : sums) sum = scanZero();
   ScanBin bin;
   for (int k = ORIEN_SCAN_FIRST_BIN; k < ORIEN_BINS; ++k) {
     if (est->binSelected[k] == 0) continue;
@@ -127,7 +127,7 @@ int spatialSpectrumScan(OrienAngleEstimator *est,
       bin.pq[2][m] = scale * (x.re - mirror.re);
       bin.pq[3][m] = scale * (x.im - mirror.im);
     }
-    scanKernel(bin, &est->scanSteering.w[k - ORIEN_SCAN_FIRST_BIN][0][0][0][0], sumA, sumB);
+    scanKernel(bin, &est->scanSteering.w[k - ORIEN_SCAN_FIRST_BIN][0][0][0][0], sums);
   }
 
   float power[ORIEN_ANGLE_NUM];
@@ -135,8 +135,8 @@ int spatialSpectrumScan(OrienAngleEstimator *est,
   for (int g = 0; g < SCAN_GROUPS; ++g)
     for (int lane = 0; lane < SCAN_LANES; ++lane) {
       const int a = g * SCAN_LANES + lane;
-      if (a <= ORIEN_ANGLE_BROADSIDE) power[a] = scanLane(sumA[g], lane);
-      if (a < ORIEN_ANGLE_BROADSIDE) power[last - a] = scanLane(sumB[g], lane);
+      if (a <= ORIEN_ANGLE_BROADSIDE) power[a] = scanLane(sums[2 * g], lane);
+      if (a < ORIEN_ANGLE_BROADSIDE) power[last - a] = scanLane(sums[2 * g + 1], lane);
     }
   return storeRow(est, power);
 }
