@@ -20,7 +20,7 @@
 namespace {
 
 constexpr int kPoints = ORIEN_FFT_SIZE / 2;  // complex points: 2048 = 4^5 * 2
-constexpr int kFirstQuarter = kPoints / 4;  // butterflies of the first pass: 512
+constexpr int kFirstQuarter = kPoints / 4;   // butterflies of the first pass: 512
 // Complex points plus one: the split reads point M - k at k = 0 as point M.
 constexpr int kBufferFloats = kPoints + 4;
 // Twiddles of the passes after the first (sequence lengths 512, 128, 32, 8):
@@ -38,8 +38,9 @@ double angleOf(int p, int n) { return -2.0 * 3.14159265358979323846 * p / n; }
 struct RealTransformPlan {
   alignas(16) float re[2][kBufferFloats];
   alignas(16) float im[2][kBufferFloats];
-  // First pass (n = 2048): per p, in separate arrays for vector loads.
-  alignas(16) float first[6][kFirstQuarter];
+  // First pass (n = 2048): per four butterflies p..p+3, w1, w2, w3 as
+  // {re of the four, im of the four}, in the order the pass reads them.
+  alignas(16) float first[kFirstQuarter / 4][3][2][4];
   Twiddle3 later[kLaterTwiddles];
   // Split: exp(-2 pi i k / 4096) for k = 0..2048 (and padding to a vector).
   alignas(16) float splitRe[ORIEN_SPECTRUM_BINS + 3];
@@ -52,8 +53,8 @@ RealTransformPlan *realTransformCreate() {
   auto *plan = new (memory) RealTransformPlan;
   for (int p = 0; p < kFirstQuarter; ++p)
     for (int m = 1; m <= 3; ++m) {
-      plan->first[2 * (m - 1)][p] = static_cast<float>(std::cos(angleOf(m * p, kPoints)));
-      plan->first[2 * (m - 1) + 1][p] = static_cast<float>(std::sin(angleOf(m * p, kPoints)));
+      plan->first[p / 4][m - 1][0][p % 4] = static_cast<float>(std::cos(angleOf(m * p, kPoints)));
+      plan->first[p / 4][m - 1][1][p % 4] = static_cast<float>(std::sin(angleOf(m * p, kPoints)));
     }
   int t = 0;
   for (int n = kPoints / 4; n >= 8; n /= 4)
@@ -80,77 +81,73 @@ void realTransformDestroy(RealTransformPlan *plan) {
 
 namespace {
 
-// One radix-4 butterfly on four lanes, the outputs turned by their twiddles:
+// Both radix-4 passes below compute, for four butterflies at once,
 //   y0 = (a + c) + (b + d)          y2 = w2 ((a + c) - (b + d))
 //   y1 = w1 ((a - c) - j (b - d))   y3 = w3 ((a - c) + j (b - d))
-// Plain vector variables throughout: GCC keeps them in registers (arrays or
-// structures of vectors go through the stack on 32-bit ARM).
-#define QV_RADIX4(ar, ai, br, bi, cr, ci, dr, di, TURN1, TURN2, TURN3)           \
-  const float32x4_t apcR = vaddq_f32(ar, cr), apcI = vaddq_f32(ai, ci);            \
-  const float32x4_t amcR = vsubq_f32(ar, cr), amcI = vsubq_f32(ai, ci);            \
-  const float32x4_t bpdR = vaddq_f32(br, dr), bpdI = vaddq_f32(bi, di);            \
-  const float32x4_t bmdR = vsubq_f32(br, dr), bmdI = vsubq_f32(bi, di);            \
-  const float32x4_t y0r = vaddq_f32(apcR, bpdR), y0i = vaddq_f32(apcI, bpdI);      \
-  const float32x4_t t1r = vaddq_f32(amcR, bmdI), t1i = vsubq_f32(amcI, bmdR);      \
-  const float32x4_t t2r = vsubq_f32(apcR, bpdR), t2i = vsubq_f32(apcI, bpdI);      \
-  const float32x4_t t3r = vsubq_f32(amcR, bmdI), t3i = vaddq_f32(amcI, bmdR);      \
-  const float32x4_t y1r = TURN1##R(t1r, t1i), y1i = TURN1##I(t1r, t1i);            \
-  const float32x4_t y2r = TURN2##R(t2r, t2i), y2i = TURN2##I(t2r, t2i);            \
-  const float32x4_t y3r = TURN3##R(t3r, t3i), y3i = TURN3##I(t3r, t3i)
+// with (tr + j ti)(wr + j wi) as tr wr - ti wi and tr wi + ti wr. They are
+// written in assembly: with intrinsics GCC spends an add on every load and
+// store address (32-bit NEON loads have no offset form) and moves vectors
+// through the stack, where post-increments by register walk each array with
+// one pointer.
 
-// (tr + j ti)(wr + j wi), each product rounded before its sum.
-inline float32x4_t turnR(float32x4_t tr, float32x4_t ti, float32x4_t wr, float32x4_t wi) {
-  return vmlsq_f32(vmulq_f32(tr, wr), ti, wi);
-}
-inline float32x4_t turnI(float32x4_t tr, float32x4_t ti, float32x4_t wr, float32x4_t wi) {
-  return vmlaq_f32(vmulq_f32(tr, wi), ti, wr);
-}
-
-// Stores the columns of the 4 x 4 block whose rows are r0..r3: out[4i + k] = rk[i].
-inline void store4x4(float *out, float32x4_t r0, float32x4_t r1, float32x4_t r2, float32x4_t r3) {
-  const float32x4x2_t t01 = vtrnq_f32(r0, r1), t23 = vtrnq_f32(r2, r3);
-  vst1q_f32(out, vcombine_f32(vget_low_f32(t01.val[0]), vget_low_f32(t23.val[0])));
-  vst1q_f32(out + 4, vcombine_f32(vget_low_f32(t01.val[1]), vget_low_f32(t23.val[1])));
-  vst1q_f32(out + 8, vcombine_f32(vget_high_f32(t01.val[0]), vget_high_f32(t23.val[0])));
-  vst1q_f32(out + 12, vcombine_f32(vget_high_f32(t01.val[1]), vget_high_f32(t23.val[1])));
-}
-
-// The first pass (n = 2048, stride 1), four butterflies p..p+3 per turn: the
-// input's even and odd samples come apart in the loads, the outputs 4p + k
-// go together in the transposing stores.
+// The first pass (n = 2048, stride 1), butterflies p..p+3 per turn: the
+// input's even and odd samples come apart in the loads (vld2), and the
+// outputs 4p + k of the four go out together in the interleaving stores (vst4).
 void firstPass(const RealTransformPlan *plan, const float *in, float *yr, float *yi) {
-  for (int p = 0; p < kFirstQuarter; p += 4) {
-    const float32x4x2_t a = vld2q_f32(in + 2 * p);
-    const float32x4x2_t b = vld2q_f32(in + 2 * (p + kFirstQuarter));
-    const float32x4x2_t c = vld2q_f32(in + 2 * (p + 2 * kFirstQuarter));
-    const float32x4x2_t d = vld2q_f32(in + 2 * (p + 3 * kFirstQuarter));
-    const float32x4_t w1r = vld1q_f32(plan->first[0] + p), w1i = vld1q_f32(plan->first[1] + p);
-    const float32x4_t w2r = vld1q_f32(plan->first[2] + p), w2i = vld1q_f32(plan->first[3] + p);
-    const float32x4_t w3r = vld1q_f32(plan->first[4] + p), w3i = vld1q_f32(plan->first[5] + p);
-#define QV_W1R(r, i) turnR(r, i, w1r, w1i)
-#define QV_W1I(r, i) turnI(r, i, w1r, w1i)
-#define QV_W2R(r, i) turnR(r, i, w2r, w2i)
-#define QV_W2I(r, i) turnI(r, i, w2r, w2i)
-#define QV_W3R(r, i) turnR(r, i, w3r, w3i)
-#define QV_W3I(r, i) turnI(r, i, w3r, w3i)
-    QV_RADIX4(a.val[0], a.val[1], b.val[0], b.val[1], c.val[0], c.val[1], d.val[0], d.val[1],
-              QV_W1, QV_W2, QV_W3);
-    store4x4(yr + 4 * p, y0r, y1r, y2r, y3r);
-    store4x4(yi + 4 * p, y0i, y1i, y2i, y3i);
-  }
+  constexpr int step = 4 * 2 * kFirstQuarter, back = 32 - 3 * step;  // bytes
+  const float *tw = &plan->first[0][0][0][0];
+  int count = kFirstQuarter / 4;
+  asm volatile(
+      "1:\n"
+      "vld2.32 {d8-d11}, [%[in]], %[step]\n"   // a: q4 re, q5 im
+      "vld2.32 {d12-d15}, [%[in]], %[step]\n"  // b: q6, q7
+      "vld2.32 {d16-d19}, [%[in]], %[step]\n"  // c: q8, q9
+      "vld2.32 {d20-d23}, [%[in]], %[back]\n"  // d: q10, q11
+      "vadd.f32 q12, q4, q8\n"                 // a + c
+      "vsub.f32 q4, q4, q8\n"                  // a - c
+      "vadd.f32 q13, q5, q9\n"
+      "vsub.f32 q5, q5, q9\n"
+      "vadd.f32 q14, q6, q10\n"  // b + d
+      "vsub.f32 q6, q6, q10\n"   // b - d
+      "vadd.f32 q15, q7, q11\n"
+      "vsub.f32 q7, q7, q11\n"
+      "vadd.f32 q0, q12, q14\n"  // y0
+      "vadd.f32 q8, q13, q15\n"
+      "vsub.f32 q12, q12, q14\n"  // t2
+      "vsub.f32 q13, q13, q15\n"
+      "vadd.f32 q14, q4, q7\n"  // t1
+      "vsub.f32 q15, q5, q6\n"
+      "vsub.f32 q4, q4, q7\n"  // t3
+      "vadd.f32 q5, q5, q6\n"
+      "vld1.32 {d12-d15}, [%[tw]]!\n"  // w1
+      "vmul.f32 q1, q14, q6\n"
+      "vmul.f32 q9, q14, q7\n"
+      "vmls.f32 q1, q15, q7\n"
+      "vmla.f32 q9, q15, q6\n"
+      "vld1.32 {d12-d15}, [%[tw]]!\n"  // w2
+      "vmul.f32 q2, q12, q6\n"
+      "vmul.f32 q10, q12, q7\n"
+      "vmls.f32 q2, q13, q7\n"
+      "vmla.f32 q10, q13, q6\n"
+      "vld1.32 {d12-d15}, [%[tw]]!\n"  // w3
+      "vmul.f32 q3, q4, q6\n"
+      "vmul.f32 q11, q4, q7\n"
+      "vmls.f32 q3, q5, q7\n"
+      "vmla.f32 q11, q5, q6\n"
+      "vst4.32 {d0, d2, d4, d6}, [%[yr]]!\n"
+      "vst4.32 {d1, d3, d5, d7}, [%[yr]]!\n"
+      "vst4.32 {d16, d18, d20, d22}, [%[yi]]!\n"
+      "vst4.32 {d17, d19, d21, d23}, [%[yi]]!\n"
+      "subs %[count], %[count], #1\n"
+      "bne 1b\n"
+      : [in] "+r"(in), [tw] "+r"(tw), [yr] "+r"(yr), [yi] "+r"(yi), [count] "+r"(count)
+      : [step] "r"(step), [back] "r"(back)
+      : "cc", "memory", "d0", "d1", "d2", "d3", "d4", "d5", "d6", "d7", "d8", "d9", "d10", "d11",
+        "d12", "d13", "d14", "d15", "d16", "d17", "d18", "d19", "d20", "d21", "d22", "d23", "d24",
+        "d25", "d26", "d27", "d28", "d29", "d30", "d31");
 }
-#undef QV_W1R
-#undef QV_W1I
-#undef QV_W2R
-#undef QV_W2I
-#undef QV_W3R
-#undef QV_W3I
 
-// A later radix-4 pass: sequence length n, stride s (at least 4), vectors
-// along q. The loop is written out in assembly: intrinsics leave GCC an add
-// per load and store (32-bit NEON loads have no offset form), where the
-// post-increment by register walks each array with one pointer. The
-// arithmetic is the butterfly above, operation for operation.
+// A later radix-4 pass: sequence length n, stride s (at least 4), vectors along q.
 template <int n, int s>
 void laterPass(const Twiddle3 *tw, const float *xr, const float *xi, float *yr, float *yi) {
   constexpr int quarter = n / 4;
@@ -171,8 +168,8 @@ void laterPass(const Twiddle3 *tw, const float *xr, const float *xi, float *yr, 
         "vld1.32 {d18-d19}, [%[ai]], %[inStep]\n"
         "vld1.32 {d20-d21}, [%[ar]], %[inBack]\n"
         "vld1.32 {d22-d23}, [%[ai]], %[inBack]\n"
-        "vadd.f32 q12, q4, q8\n"   // a + c
-        "vsub.f32 q4, q4, q8\n"    // a - c
+        "vadd.f32 q12, q4, q8\n"  // a + c
+        "vsub.f32 q4, q4, q8\n"   // a - c
         "vadd.f32 q13, q5, q9\n"
         "vsub.f32 q5, q5, q9\n"
         "vadd.f32 q14, q6, q10\n"  // b + d
@@ -183,9 +180,9 @@ void laterPass(const Twiddle3 *tw, const float *xr, const float *xi, float *yr, 
         "vadd.f32 q9, q13, q15\n"
         "vst1.32 {d16-d17}, [%[outR]], %[outStep]\n"
         "vst1.32 {d18-d19}, [%[outI]], %[outStep]\n"
-        "vadd.f32 q8, q4, q7\n"    // t1 = (a - c) - j (b - d)
+        "vadd.f32 q8, q4, q7\n"  // t1 = (a - c) - j (b - d)
         "vsub.f32 q9, q5, q6\n"
-        "vsub.f32 q4, q4, q7\n"    // t3 = (a - c) + j (b - d)
+        "vsub.f32 q4, q4, q7\n"  // t3 = (a - c) + j (b - d)
         "vadd.f32 q5, q5, q6\n"
         "vsub.f32 q12, q12, q14\n"  // t2 = (a + c) - (b + d)
         "vsub.f32 q13, q13, q15\n"
@@ -217,20 +214,6 @@ void laterPass(const Twiddle3 *tw, const float *xr, const float *xi, float *yr, 
           "d29", "d30", "d31");
   }
 }
-#undef QV_RADIX4
-
-// The last pass: radix 2, stride 1024.
-void lastPass(const float *xr, const float *xi, float *yr, float *yi) {
-  constexpr int half = kPoints / 2;
-  for (int q = 0; q < half; q += 4) {
-    const float32x4_t ar = vld1q_f32(xr + q), ai = vld1q_f32(xi + q);
-    const float32x4_t br = vld1q_f32(xr + q + half), bi = vld1q_f32(xi + q + half);
-    vst1q_f32(yr + q, vaddq_f32(ar, br));
-    vst1q_f32(yi + q, vaddq_f32(ai, bi));
-    vst1q_f32(yr + q + half, vsubq_f32(ar, br));
-    vst1q_f32(yi + q + half, vsubq_f32(ai, bi));
-  }
-}
 
 inline float32x4_t reversed(float32x4_t v) {
   const float32x4_t swapped = vrev64q_f32(v);
@@ -240,26 +223,34 @@ inline float32x4_t reversed(float32x4_t v) {
 }  // namespace
 
 void realTransformRun(RealTransformPlan *plan, float *in, OrienComplex *out, int bins) {
-  float *zr = plan->re[0], *zi = plan->im[0];
-  float *yr = plan->re[1], *yi = plan->im[1];
+  float *yr = plan->re[0], *yi = plan->im[0];
+  float *zr = plan->re[1], *zi = plan->im[1];
   firstPass(plan, in, yr, yi);
   const Twiddle3 *tw = plan->later;
   laterPass<512, 4>(tw, yr, yi, zr, zi);
   laterPass<128, 16>(tw + 128, zr, zi, yr, yi);
   laterPass<32, 64>(tw + 160, yr, yi, zr, zi);
   laterPass<8, 256>(tw + 168, zr, zi, yr, yi);
-  lastPass(yr, yi, zr, zi);
-  zr[kPoints] = zr[0];
-  zi[kPoints] = zi[0];
+
+  // The last pass (radix 2, stride 1024) only where the split reads it:
+  // Z[k] = X[k] + X[k + 1024] and, for k > 1024, Z[k] = X[k - 1024] - X[k].
+  // The split reads Z[2048 - k] as X[1024 - k] - X[2048 - k], so at k = 0 the
+  // element after the end holds -X[0], which makes it X[1024] + X[0] = Z[0].
+  constexpr int half = kPoints / 2;
+  const float *xr = yr, *xi = yi;
+  yr[kPoints] = -xr[0];
+  yi[kPoints] = -xi[0];
 
   // X[k] = (E - j W O) / 2, E = Z[k] + conj Z[M - k], O = Z[k] - conj Z[M - k],
   // W = exp(-2 pi i k / 4096); then the scale.
   constexpr float kScale = ORIEN_FFT_SCALE * 0.5f;
   int k = 0;
-  for (; k + 4 <= bins && k + 4 <= kPoints; k += 4) {
-    const float32x4_t ar = vld1q_f32(zr + k), ai = vld1q_f32(zi + k);
-    const float32x4_t br = reversed(vld1q_f32(zr + kPoints - k - 3));
-    const float32x4_t bi = reversed(vld1q_f32(zi + kPoints - k - 3));
+  for (; k + 4 <= bins && k + 4 <= half; k += 4) {
+    const float32x4_t ar = vaddq_f32(vld1q_f32(xr + k), vld1q_f32(xr + k + half));
+    const float32x4_t ai = vaddq_f32(vld1q_f32(xi + k), vld1q_f32(xi + k + half));
+    const int m = half - k - 3;
+    const float32x4_t br = reversed(vsubq_f32(vld1q_f32(xr + m), vld1q_f32(xr + m + half)));
+    const float32x4_t bi = reversed(vsubq_f32(vld1q_f32(xi + m), vld1q_f32(xi + m + half)));
     const float32x4_t er = vaddq_f32(ar, br), ei = vsubq_f32(ai, bi);
     const float32x4_t orr = vsubq_f32(ar, br), oi = vaddq_f32(ai, bi);
     const float32x4_t wr = vld1q_f32(plan->splitRe + k), wi = vld1q_f32(plan->splitIm + k);
@@ -270,8 +261,12 @@ void realTransformRun(RealTransformPlan *plan, float *in, OrienComplex *out, int
     x.val[1] = vmulq_n_f32(vsubq_f32(ei, woR), kScale);
     vst2q_f32(&out[k].re, x);
   }
+  // The rest one by one (none for the estimator's 500 bins).
+  const auto z = [&](int i, const float *x) {
+    return i == kPoints ? x[0] + x[half] : i < half ? x[i] + x[i + half] : x[i - half] - x[i];
+  };
   for (; k < bins; ++k) {
-    const float ar = zr[k], ai = zi[k], br = zr[kPoints - k], bi = zi[kPoints - k];
+    const float ar = z(k, xr), ai = z(k, xi), br = z(kPoints - k, xr), bi = z(kPoints - k, xi);
     const float er = ar + br, ei = ai - bi, orr = ar - br, oi = ai + bi;
     const float wr = plan->splitRe[k], wi = plan->splitIm[k];
     const float woR = wr * orr - wi * oi, woI = wr * oi + wi * orr;
