@@ -9,7 +9,6 @@
 #include <memory>
 #include <numeric>
 
-#include "pty_line.h"
 #include "sim/noise.h"
 #include "sim/plane_wave.h"
 #include "sim/voiced_speech.h"
@@ -17,6 +16,7 @@
 #include "support/alsa_sandbox.h"
 #include "support/daemon_process.h"
 #include "support/eventually.h"
+#include "support/pty_line.h"
 
 namespace {
 
