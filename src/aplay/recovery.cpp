@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "aplay/pcm_check.h"
 #include "aplay/pcm_config.h"
 #include "audio/audio_wiring.h"
 #include "common/trace.h"
@@ -20,8 +21,7 @@ void xrun(snd_pcm_t *pcm, int stream) {
   snd_pcm_status_alloca(&status);
   int res = snd_pcm_status(pcm, status);
   if (res < 0) {
-    QV_PCM_ERROR("status error: %s", snd_strerror(res));
-    program_exit(1);
+    QV_PCM_FATAL("status error: %s", snd_strerror(res));
   }
   snd_pcm_state_t state = snd_pcm_status_get_state(status);
   if (state == SND_PCM_STATE_XRUN) {
@@ -39,21 +39,18 @@ void xrun(snd_pcm_t *pcm, int stream) {
             diff.tv_sec * 1000.0 +
                 diff.tv_usec / 1000.0);  // time_t is 32-bit on the board: no integer product
     if ((res = snd_pcm_prepare(pcm)) < 0) {
-      QV_PCM_ERROR("xrun: prepare error: %s", snd_strerror(res));
-      program_exit(1);
+      QV_PCM_FATAL("xrun: prepare error: %s", snd_strerror(res));
     }
     return;
   }
   if (state == SND_PCM_STATE_DRAINING && stream == SND_PCM_STREAM_CAPTURE) {
     fprintf(stderr, "capture stream format change? attempting recover...\n");
     if ((res = snd_pcm_prepare(pcm)) < 0) {
-      QV_PCM_ERROR("xrun(DRAINING): prepare error: %s", snd_strerror(res));
-      program_exit(1);
+      QV_PCM_FATAL("xrun(DRAINING): prepare error: %s", snd_strerror(res));
     }
     return;
   }
-  QV_PCM_ERROR("read/write error, state = %s", snd_pcm_state_name(state));
-  program_exit(1);
+  QV_PCM_FATAL("read/write error, state = %s", snd_pcm_state_name(state));
 }
 
 void suspend(snd_pcm_t *pcm) {
@@ -65,8 +62,7 @@ void suspend(snd_pcm_t *pcm) {
     fprintf(stderr, "Failed. Restarting stream. ");
     fflush(stderr);
     if ((res = snd_pcm_prepare(pcm)) < 0) {
-      QV_PCM_ERROR("suspend: prepare error: %s", snd_strerror(res));
-      program_exit(1);
+      QV_PCM_FATAL("suspend: prepare error: %s", snd_strerror(res));
     }
   }
   fprintf(stderr, "Done.\n");

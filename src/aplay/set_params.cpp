@@ -64,8 +64,7 @@ int set_params(AudioEndpoint *ep) {
 
   int err = snd_pcm_hw_params_any(pcm, params);
   if (err < 0) {
-    QV_PCM_ERROR("Broken configuration for this PCM: no configurations available");
-    program_exit(1);
+    QV_PCM_FATAL("Broken configuration for this PCM: no configurations available");
   }
   if (ep->dumpHwParams) {
     fprintf(stderr, "HW Params of device \"%s\":\n", snd_pcm_name(pcm));
@@ -89,8 +88,7 @@ int set_params(AudioEndpoint *ep) {
         ep->interleaved ? SND_PCM_ACCESS_RW_INTERLEAVED : SND_PCM_ACCESS_RW_NONINTERLEAVED);
   }
   if (err < 0) {
-    QV_PCM_ERROR("Access type not available");
-    program_exit(1);
+    QV_PCM_FATAL("Access type not available");
   }
   err = snd_pcm_hw_params_set_format(pcm, params, ep->format);
   if (err < 0) {
@@ -100,8 +98,7 @@ int set_params(AudioEndpoint *ep) {
   }
   err = snd_pcm_hw_params_set_channels(pcm, params, ep->channels);
   if (err < 0) {
-    QV_PCM_ERROR("Channels count non available");
-    program_exit(1);
+    QV_PCM_FATAL("Channels count non available");
   }
 
   unsigned requestedRate = ep->rate;
@@ -151,8 +148,7 @@ int set_params(AudioEndpoint *ep) {
 
   err = snd_pcm_hw_params(pcm, params);
   if (err < 0) {
-    QV_PCM_ERROR("Unable to install hw params:");
-    program_exit(1);
+    QV_PCM_FATAL("Unable to install hw params:");
   }
   snd_pcm_uframes_t chunkSize = 0, bufferSize = 0;
   snd_pcm_hw_params_get_period_size(params, &chunkSize, nullptr);
@@ -161,9 +157,8 @@ int set_params(AudioEndpoint *ep) {
   printf("-----> pchunk_size : %lu, buffer_size : %lu\n", (unsigned long)chunkSize,
          (unsigned long)bufferSize);
   if (chunkSize == bufferSize) {
-    QV_PCM_ERROR("Can't use period equal to buffer size (%lu == %lu)", (unsigned long)chunkSize,
+    QV_PCM_FATAL("Can't use period equal to buffer size (%lu == %lu)", (unsigned long)chunkSize,
                  (unsigned long)bufferSize);
-    program_exit(1);
   }
 
   snd_pcm_sw_params_current(pcm, swparams);
@@ -177,8 +172,7 @@ int set_params(AudioEndpoint *ep) {
                                              thresholdFrames(kStopDelayMicros, rate, bufferSize));
   QV_PCM_ASSERT_OK(err);
   if (snd_pcm_sw_params(pcm, swparams) < 0) {
-    QV_PCM_ERROR("unable to install sw params:");
-    program_exit(1);
+    QV_PCM_FATAL("unable to install sw params:");
   }
 
   ep->bits_per_sample = snd_pcm_format_physical_width(ep->format);

@@ -9,6 +9,7 @@
 
 #include "common/frame_geometry.h"
 #include "common/shared_word.h"
+#include "common/thread_start.h"
 #include "common/trace.h"
 #include "edge_config.h"
 
@@ -123,9 +124,12 @@ int velquare_audioprocess_proc_start(int mask) {
     if (!(uint32_t(mask) & kind->type)) continue;
     AudioEndpoint *ep = velquare_audioprocess_endpoint(kind->type);
     QV_TRACE("start %s process\n", kind->name);
-    void *(*worker)(void *) = ep->type == AUDIOPROCESS_LINEOUT ? velquare_audioprocess_play_proc
-                                                               : velquare_audioprocess_capture_proc;
-    pthread_create(&ep->thread, nullptr, worker, &ep->type);
+    bool playback = ep->type == AUDIOPROCESS_LINEOUT;
+    // A worker that cannot start leaves its endpoint silent; the others run.
+    (void)startThread(
+        &ep->thread, nullptr,
+        playback ? velquare_audioprocess_play_proc : velquare_audioprocess_capture_proc, &ep->type,
+        playback ? "velquare_audioprocess_play_proc" : "velquare_audioprocess_capture_proc");
   }
   return 0;
 }

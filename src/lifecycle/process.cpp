@@ -1,5 +1,8 @@
 #include "lifecycle/process.h"
 
+#include <unistd.h>
+
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -21,6 +24,26 @@ static constexpr AudioEndpointIndex kPcmOrder[] = {EP_DIGITMIC, EP_ANALOGMIC, EP
 // later reads and waits return at once.
 static constexpr int kPcmAbortMode = 2;
 
+namespace {
+
+// The abort handler's line for every signal, written out before any handler
+// can run: inside a handler neither strsignal nor stdio may be called, write
+// may. The daemon never changes its locale, so these are the same bytes
+// strsignal would give later.
+struct AbortLines {
+  char text[NSIG][96];
+  size_t length[NSIG];
+  AbortLines() {
+    for (int sig = 0; sig < NSIG; ++sig) {
+      int n = snprintf(text[sig], sizeof text[sig], "Aborted by signal %s...\n", strsignal(sig));
+      length[sig] = n < 0 ? 0 : std::min(size_t(n), sizeof text[sig] - 1);
+    }
+  }
+};
+const AbortLines gAbortLines;
+
+}  // namespace
+
 void program_exit(int status) {
   for (AudioEndpointIndex index : kPcmOrder) {
     snd_pcm_t *pcm = sharedLoad(gEndpoints[index].pcm);
@@ -39,7 +62,10 @@ void program_exit(int status) {
 void abort_signal_handler(int sig) {
   if (sharedLoad(inAborting) != 0) return;
   sharedStore(inAborting, 1);
-  fprintf(stderr, "Aborted by signal %s...\n", strsignal(sig));
+  if (sig >= 0 && sig < NSIG) {
+    ssize_t written = write(STDERR_FILENO, gAbortLines.text[sig], gAbortLines.length[sig]);
+    (void)written;  // nothing to be done about a lost line here
+  }
   for (AudioEndpointIndex index : kPcmOrder) {
     snd_pcm_t *pcm = sharedLoad(gEndpoints[index].pcm);
     if (pcm != nullptr) snd_pcm_nonblock(pcm, kPcmAbortMode);

@@ -8,6 +8,7 @@
 
 #include <cstdio>
 
+#include "common/thread_start.h"
 #include "edge_config.h"
 
 // Written once by the open, then used only by the watchdog thread.
@@ -28,7 +29,9 @@ int velquare_hal_wdg_open() {
 
 int velquare_hal_wdg_start() {
   pthread_t thread;
-  pthread_create(&thread, nullptr, velquare_hal_proc, nullptr);
+  // Without the thread the board's watchdog is not fed; the start-up goes on
+  // all the same, as it does when the device is missing.
+  (void)startThread(&thread, nullptr, velquare_hal_proc, nullptr, "velquare_hal_proc");
   return 0;
 }
 

@@ -13,6 +13,7 @@
 #include <cstring>
 
 #include "common/shared_word.h"
+#include "common/thread_start.h"
 #include "update/update_paths.h"
 #include "update/ymodem.h"
 #include "update/ymodem_block.h"
@@ -209,14 +210,16 @@ int velquare_ymodem_start(YmodemSend send, YmodemRecv recv, YmodemDone done) {
   ctx.done = done;
   outFd = -1;
   writeFailed = 0;
-  void *(*const entries[])(void *) = {protocolThread, readerThread, timeoutThread};
-  for (auto entry : entries) {
+  const struct {
+    void *(*entry)(void *);
+    const char *name;
+  } threads[] = {{protocolThread, "ymodem protocol"},
+                 {readerThread, "ymodem block reader"},
+                 {timeoutThread, "ymodem time-out"}};
+  for (const auto &t : threads) {
     __atomic_add_fetch(&threadsRunning, 1, __ATOMIC_ACQ_REL);
     pthread_t thread;
-    if (pthread_create(&thread, nullptr, entry, nullptr) != 0) {
-      perror("ymodem thread");
-      threadEnds();
-    }
+    if (startThread(&thread, nullptr, t.entry, nullptr, t.name) != 0) threadEnds();
   }
   return 0;
 }

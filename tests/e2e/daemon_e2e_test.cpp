@@ -13,7 +13,6 @@
 #include <numeric>
 #include <thread>
 
-#include "pty_line.h"
 #include "sim/noise.h"
 #include "sim/plane_wave.h"
 #include "sim/voiced_speech.h"
@@ -21,6 +20,7 @@
 #include "support/alsa_sandbox.h"
 #include "support/daemon_process.h"
 #include "support/eventually.h"
+#include "support/pty_line.h"
 
 namespace {
 

@@ -15,8 +15,8 @@
 #include "hostlink/uart.h"
 #include "lifecycle/process.h"
 #include "lifecycle/state_segment.h"
-#include "pty_line.h"
 #include "support/output_capture.h"
+#include "support/pty_line.h"
 #include "support/sandbox.h"
 
 using testing::HasSubstr;

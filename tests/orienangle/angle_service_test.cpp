@@ -16,9 +16,9 @@
 #include "orienangle/module/angle_module.h"
 #include "orienangle/module/angle_service.h"
 #include "orienangle/module/level_meter.h"
-#include "pty_line.h"
 #include "support/output_capture.h"
 #include "support/pattern.h"
+#include "support/pty_line.h"
 #include "support/sandbox.h"
 
 namespace {

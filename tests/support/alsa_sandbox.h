@@ -7,7 +7,7 @@
 //    fewer bytes still returns the whole period but fills only the whole
 //    frames it found; past the end reads leave the caller's buffer as it was
 //    (an empty input therefore reads as the zeros of a fresh buffer);
-//  - a FIFO paces the capture: a feeder (tools/feed) writes one period per
+//  - a FIFO paces the capture: a feeder (tools/simboard/feed) writes one period per
 //    write on a 48 kHz schedule, and snd_pcm_open blocks until the feeder has
 //    opened it; once it is closed, reads behave as past the end of a file;
 //  - a device without a capture input is absent: its capture open fails.

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "pty_line.h"
+#include "support/pty_line.h"
 
 // 115200 baud, 8N1: ten bit times per byte.
 constexpr int kUartBytesPerSecond = 115200 / 10;

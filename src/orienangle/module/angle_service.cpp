@@ -11,6 +11,7 @@
 #include "audio/audioprocess.h"
 #include "audio/buffpool.h"
 #include "common/shared_word.h"
+#include "common/thread_start.h"
 #include "common/trace.h"
 #include "hostlink/host_frames.h"
 #include "hostlink/host_protocol.h"
@@ -80,7 +81,8 @@ void startHostLink() {
   }
   sharedStore(gHostCtrl.uartOpened, 1);
   pthread_t commandThread;
-  pthread_create(&commandThread, nullptr, velquare_uart_proc, nullptr);
+  // Without it the host's commands go unanswered; positions still go out.
+  (void)startThread(&commandThread, nullptr, velquare_uart_proc, nullptr, "velquare_uart_proc");
   if (velquare_orienAngle_init(kMicNum, kFrameSize, kSampleRate, kBitDepth, onAngleResult) < 0) {
     printf("-->%s %d: velquare_orienAngle_init err\n", "velquare_orienangle_proc", kInitErrNumber);
     sharedStore(gHostCtrl.uartOpened, 0);
@@ -140,7 +142,8 @@ void *velquare_orienangle_proc(void *) {
 int velquare_orienangle_proc_start() {
   sharedStore(angleProcRun, 1);
   serviceThread = pthread_t();
-  pthread_create(&serviceThread, nullptr, velquare_orienangle_proc, nullptr);
+  (void)startThread(&serviceThread, nullptr, velquare_orienangle_proc, nullptr,
+                    "velquare_orienangle_proc");
   return 0;
 }
 

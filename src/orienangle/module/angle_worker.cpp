@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "common/shared_word.h"
+#include "common/thread_start.h"
 #include "orienangle/estimator/frame_convert.h"
 #include "orienangle/module/angle_dump.h"
 #include "orienangle/module/angle_messages.h"
@@ -79,7 +80,8 @@ int angleWorkerStart() {
   pthread_attr_init(&attr);
   pthread_attr_setstacksize(&attr, ANGLE_WORKER_STACK_BYTES);
   sharedStore(workerActive, 1u);
-  int rc = pthread_create(&gVelquareSpeach.procThread, &attr, velquare_orienAngle_proc, nullptr);
+  int rc = startThread(&gVelquareSpeach.procThread, &attr, velquare_orienAngle_proc, nullptr,
+                       "velquare_orienAngle_proc");
   pthread_attr_destroy(&attr);
   if (rc != 0) sharedStore(workerActive, 0u);
   return rc;

@@ -2,7 +2,7 @@
 # from two insncount reports of the same program doing the work `lo` and `hi`
 # times (set-up and warm-up cancel in the difference):
 #
-#   awk -f tools/armcount/a7cost.awk -v lo=5 -v hi=25 -v label=scan LO_REPORT HI_REPORT
+#   awk -f bench/armcount/a7cost.awk -v lo=5 -v hi=25 -v label=scan LO_REPORT HI_REPORT
 #
 # Prints one line: label, instructions per call (millions), the class mix, NEON
 # q-register operations per call, and cycles per

@@ -1,4 +1,4 @@
-#include "pty_line.h"
+#include "support/pty_line.h"
 
 #include <poll.h>
 #include <pty.h>

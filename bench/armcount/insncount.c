@@ -2,7 +2,7 @@
  * insncount: a qemu-user TCG plugin that counts the 32-bit ARM (A32/T32)
  * instructions a program executes, by class, for scripts/board-cost.
  *
- *   cc -shared -fPIC -O2 -o insncount.so tools/armcount/insncount.c
+ *   cc -shared -fPIC -O2 -o insncount.so bench/armcount/insncount.c
  *   qemu-arm -plugin ./insncount.so,out=REPORT[,hist=N] PROGRAM ARGS...
  *
  * Each translated block is classified once from its disassembly; an inline
