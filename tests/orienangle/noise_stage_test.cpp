@@ -143,9 +143,8 @@ TEST(FrameAnalysis, SpeechNeedsMoreThanSixDecibelsLowWithoutAComparableHighExces
   const struct {
     float low, high;
     int want;
-  } rows[] = {{7, 3, 1},  {15, 12, 0}, {20, 12, 1}, {6.0f, 0, 0},   {6.001f, 0, 1},
-              {0, 0, 0},  {20, 10, 1}, {16, 11, 1}, {15.9f, 11, 0}, {30, 10.01f, 1},
-              {7, 10.5f, 0}};
+  } rows[] = {{7, 3, 1},   {15, 12, 0}, {20, 12, 1},    {6.0f, 0, 0},    {6.001f, 0, 1}, {0, 0, 0},
+              {20, 10, 1}, {16, 11, 1}, {15.9f, 11, 0}, {30, 10.01f, 1}, {7, 10.5f, 0}};
   for (const auto &r : rows)
     EXPECT_EQ(frameSpeechDecision(r.low, r.high), r.want) << r.low << " " << r.high;
 }
