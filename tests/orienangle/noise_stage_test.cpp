@@ -235,4 +235,37 @@ TEST(FarEndDetector, SilentReferenceIsNeverActive) {
   orienAngleEstimatorDestroy(est);
 }
 
+// Right after creation, and after a re-initialisation of a used record: no
+// direction anywhere (230), every tracker at its first frame with a forced
+// update pending, everything else zero.
+TEST(EstimatorRecord, CreationState) {
+  OrienAngleEstimator *est = orienAngleEstimatorCreate();
+  for (int pass = 0; pass < 2; ++pass) {
+    SCOPED_TRACE(pass ? "re-initialised" : "created");
+    for (const auto &slot : est->peakAngles)
+      for (uint32_t a : slot) ASSERT_EQ(a, 230u);
+    EXPECT_TRUE(est->curAngle == 230u && est->prevAngle == 230u);
+    EXPECT_TRUE(est->frameCursor == 0u && est->ringCursor == 0u && est->idleFrames == 0 &&
+                est->holdCount == 0 && est->farEnd.farEndLatched == 0);
+    for (const NoiseTracker *t : {&est->micNoise, &est->spareNoise, &est->farEnd.refNoise}) {
+      EXPECT_TRUE(t->firstFrame == 1 && t->forcedUpdate == 1 && t->frameCount == 0u &&
+                  t->updateCnt == 0 && t->voiceMetric == 0 && t->chanNoise[3] == 0.0f &&
+                  t->binNoise[3] == 0.0f);
+    }
+    for (int i = 0; i < 100; ++i)
+      ASSERT_TRUE(est->farEnd.farEndFlag[i] == 0u && est->decision.speechFlag[i] == 0u &&
+                  est->angleSpectrum[i][90] == 0.0f);
+    EXPECT_TRUE(est->micHistory[7][2879] == 0.0f && est->farEnd.refHistory[2879] == 0.0f &&
+                est->bandEnergyRing[7][16] == 0.0f && est->binPowerSmooth[499] == 0.0f);
+    std::vector<float> frame(8 * 960, 100.0f);
+    uint8_t angle, aux;
+    for (int f = 0; f < 3; ++f)
+      angleFrameProcess(est, frame.data(), frame.data(), frame.data(), &angle, &aux);
+    DenoiseState *denoiser = est->denoiser;  // the re-initialisation drops the pointer
+    orienAngleEstimatorInit(est);
+    est->denoiser = denoiser;
+  }
+  orienAngleEstimatorDestroy(est);
+}
+
 }  // namespace

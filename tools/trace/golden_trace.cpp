@@ -22,7 +22,9 @@ struct Recording {
   std::vector<float> array, reference;
 };
 
-float toSample(float v) { return std::fmax(-32768.0f, std::fmin(32767.0f, std::nearbyint(v * 32768.0f))); }
+float toSample(float v) {
+  return std::fmax(-32768.0f, std::fmin(32767.0f, std::nearbyint(v * 32768.0f)));
+}
 
 // Talker `talker` (per-sample directions, or empty for none) plus pink noise at
 // noiseLevel (RMS, full scale 1), plus a loudspeaker playing `speaker` from 0 degrees.
@@ -121,7 +123,8 @@ std::vector<std::string> goldenTrace(const std::string &name) {
              est->binSelectedCount, fnv1a(est->binSelected, ORIEN_BINS),
              est->decision.speechFlag[slot], est->decision.vadFlag[slot], est->micNoise.voiceMetric,
              est->farEnd.farEndFlag[slot], est->farEnd.farEndLatched, peak,
-             static_cast<double>(peakValue), pooled, static_cast<double>(est->scratch.pooled[pooled]));
+             static_cast<double>(peakValue), pooled,
+             static_cast<double>(est->scratch.pooled[pooled]));
     lines.push_back(line);
   }
   orienAngleEstimatorDestroy(est);
