@@ -189,14 +189,14 @@ TEST(FrameAnalysis, SilenceIsNoiseAndNotSpeech) {
 
 // The loudspeaker reference: an active frame is a loud one against a quiet noise
 // estimate, an inactive frame is silence.
-void referenceFrame(OrienAngleEstimator *est, bool active) {
+void referenceFrame(OrienAngleEstimator *est, bool active, float amplitude = 3000.0f) {
   float e[22];
   for (float &x : e) x = 0.01f;
   est->farEnd.refNoise = primed(e, 0.01f, true);
   for (float &h : est->farEnd.refHistory) h = 0.0f;
   std::vector<float> spkin(960, 0.0f);
   if (active)
-    for (int n = 0; n < 960; ++n) spkin[n] = 3000.0f * std::sin(0.37f * n * n);
+    for (int n = 0; n < 960; ++n) spkin[n] = amplitude * std::sin(0.37f * n * n);
   farEndDetect(est, spkin.data());
 }
 
@@ -219,6 +219,18 @@ TEST(FarEndDetector, LatchAndReleaseWithHysteresis) {
     EXPECT_EQ(est->farEnd.farEndFlag[37], r.active ? 1u : 0u) << r.others;
     EXPECT_EQ(est->farEnd.farEndLatched, r.want) << r.others << " " << r.latched << r.active;
   }
+  orienAngleEstimatorDestroy(est);
+}
+
+// A quiet reference well above its noise (V >= 38) still forces a noise update
+// (total energy below 100) and so is inactive.
+TEST(FarEndDetector, QuietReferenceIsInactiveDespiteItsVoiceMetric) {
+  OrienAngleEstimator *est = orienAngleEstimatorCreate();
+  est->farEnd.farEndFlag[0] = 1;
+  referenceFrame(est, true, 20.0f);
+  EXPECT_GE(est->farEnd.refNoise.voiceMetric, 38);
+  EXPECT_EQ(est->farEnd.refNoise.forcedUpdate, 1);
+  EXPECT_EQ(est->farEnd.farEndFlag[0], 0u);
   orienAngleEstimatorDestroy(est);
 }
 

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <vector>
 
+#include "orienangle/estimator/frame_convert.h"
 #include "test_signals.h"
 
 namespace {
@@ -71,6 +72,24 @@ TEST(Spectrum, TransformIsTheDftScaledByOneOver4096) {
     EXPECT_NEAR(out[k].re, re / 4096.0, 1e-3) << k;
     EXPECT_NEAR(out[k].im, im / 4096.0, 1e-3) << k;
   }
+}
+
+// Captured frames are 960 interleaved little-endian 16-bit sample groups of 8
+// microphones: sample i of microphone c lands at planar[960 c + i].
+TEST(FrameConvert, InterleavedSixteenBitToPlanarFloats) {
+  std::vector<uint8_t> bytes(8 * 960 * 2), line(960 * 2);
+  for (int n = 0; n < 8 * 960; ++n) bytes[2 * n] = n & 0xFF, bytes[2 * n + 1] = (n * 7) >> 8 | 0x80;
+  for (int n = 0; n < 960; ++n) line[2 * n] = bytes[2 * n], line[2 * n + 1] = bytes[2 * n + 1];
+  std::vector<float> planar(8 * 960), spkin(960);
+  orienAngleFrameToPlanar(bytes.data(), planar.data());
+  orienAngleSpkinToFloat(line.data(), spkin.data());
+  const auto at = [&](int n) {
+    return static_cast<float>(static_cast<int16_t>(bytes[2 * n] | bytes[2 * n + 1] << 8));
+  };
+  for (int c = 0; c < 8; ++c)
+    for (int i = 0; i < 960; ++i) ASSERT_EQ(planar[960 * c + i], at(8 * i + c)) << c << " " << i;
+  for (int i = 0; i < 960; ++i) ASSERT_EQ(spkin[i], at(i)) << i;
+  EXPECT_LT(planar[1], 0.0f);  // the high byte's top bit is the sign
 }
 
 }  // namespace
