@@ -6,6 +6,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -56,6 +57,46 @@ TEST(HostDecode, RecognisesCommandsAndIgnoresMalformedFrames) {
   for (const auto &[frame, kind] : cases) {
     const HostCommand got = hostDecodeFrame(frame.data());
     EXPECT_EQ(std::make_tuple(got.kind, got.a, got.b), std::make_tuple(kind, frame[3], frame[4]));
+  }
+}
+
+// The command thread's reader over a scripted line: each entry is what one
+// receive call returns (an empty one: nothing yet); the run word drops once the
+// script is used up, or after half a second.
+namespace reader {
+std::vector<Bytes> script;
+size_t next = 0;
+int32_t run = 1;
+std::vector<K> seen;
+int recv(uint8_t *buf, int len) {
+  if (next == script.size()) return sharedStore(run, 0), 0;
+  const Bytes &chunk = script[next++];
+  EXPECT_LE(chunk.size(), static_cast<size_t>(len));
+  std::copy(chunk.begin(), chunk.end(), buf);
+  return static_cast<int>(chunk.size());
+}
+void execute(const HostCommand &c) { seen.push_back(c.kind); }
+}  // namespace reader
+
+TEST(HostReader, ResynchronisesOnTheStartByteAndWaitsOnlyWhileTheLineIsItsOwn) {
+  const struct {
+    int opened, updating;
+    std::vector<Bytes> script;
+    std::vector<K> want;
+  } cases[] = {
+      {1, 0, {{0x00}, {0xFF}, {0x81}, {0x01, 0x0D}, {}, {0x00, 0x02, 0xFF}}, {K::GetPosition}},
+      {1, 0, {{0x81}, {0x01, 0x0D, 0x00, 0x01, 0xFF}, {0x81}, {0x01, 0x0E}}, {K::Reboot}},
+      {0, 0, {{0x81}, {0x01, 0x0D, 0x00, 0x01, 0xFF}}, {}},
+      {1, 1, {{0x81}, {0x01, 0x0D, 0x00, 0x01, 0xFF}}, {}},
+  };
+  for (const auto &c : cases) {
+    gHostCtrl = HostCtrl{};
+    gHostCtrl.uartOpened = c.opened, gHostCtrl.isUpdating = c.updating;
+    reader::script = c.script, reader::next = 0, reader::run = 1, reader::seen.clear();
+    std::thread stop([] { usleep(500000), sharedStore(reader::run, 0); });
+    hostCommandLoop(reader::recv, reader::execute, reader::run);
+    stop.join();
+    EXPECT_EQ(reader::seen, c.want) << c.opened << c.updating;
   }
 }
 

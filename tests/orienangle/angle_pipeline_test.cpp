@@ -76,11 +76,18 @@ TEST_F(AnglePipeline, BinSelectionNeedsThreeTimesNoiseAndOneAndAHalfTimesItsLeve
   est_->binPower[101] = std::nextafter(3.0f, 4.0f);              // just above
   est_->binPower[300] = 6.0f, est_->binPowerSmooth[300] = 4.0f;  // exactly 1.5 x level
   est_->binPower[301] = 6.0f, est_->binPowerSmooth[301] = 3.99f;
+  // Where the precisions disagree: 3 x noise rounds up to the power in single
+  // precision (not above: out), 1.5 x level stays below it in double (above: in).
+  const float power = 1.5f + std::ldexp(1.0f, -22);
+  est_->binPower[400] = est_->binPower[401] = power;
+  est_->micNoise.binNoise[400] = 0.5f + std::ldexp(1.0f, -24);
+  est_->micNoise.binNoise[401] = 0.1f, est_->binPowerSmooth[401] = 1.0f + std::ldexp(1.0f, -23);
   angleSelectBins(est_);
   EXPECT_TRUE(est_->binSelected[100] == 0u && est_->binSelected[101] == 1u);
   EXPECT_TRUE(est_->binSelected[300] == 0u && est_->binSelected[301] == 1u);
+  EXPECT_TRUE(est_->binSelected[400] == 0u && est_->binSelected[401] == 1u);
   EXPECT_EQ(est_->binSelected[19], 7u);  // bins below 20 are not touched
-  EXPECT_EQ(est_->binSelectedCount, 480u - 2u);
+  EXPECT_EQ(est_->binSelectedCount, 480u - 3u);
   EXPECT_EQ(est_->decision.binHitCount[0], 160u - 1u);  // bins 20..179 without bin 100
 }
 
@@ -210,6 +217,17 @@ TEST_F(AnglePipeline, PoolingFollowsTheNearPoolsPeakAndTiesGoLow) {
 
 // After 5000 idle frames without a direction the voice model restarts (the idle
 // count starts over).
+// Without a reference frame the loudspeaker detector does not run: its frame
+// flag and its tracker stay as they were.
+TEST_F(AnglePipeline, NoReferenceLeavesTheLoudspeakerDetectorAlone) {
+  const std::vector<float> frame = testsig::noiseAwayFromZero(8 * 960, 300.0f, 4);
+  est_->farEnd.farEndFlag[0] = 1;
+  process(frame.data());
+  EXPECT_EQ(est_->farEnd.farEndFlag[0], 1u);
+  EXPECT_EQ(est_->farEnd.refNoise.frameCount, 0u);
+  EXPECT_EQ(est_->micNoise.frameCount, 1u);
+}
+
 TEST_F(AnglePipeline, LongIdleRestartsTheVoiceModel) {
   const std::vector<float> noise =
       testsig::noiseAwayFromZero(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE, 300.0f, 9);

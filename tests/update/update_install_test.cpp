@@ -79,6 +79,8 @@ std::vector<Script> scripts() {
       {"size 0", whole(header("quenvarile_ota", "0"), kImage, 1), kErr},
       {"more data than announced", whole(header("quenvarile_ota", "200"), kImage, 3), kErr},
       {"not an executable of this board", whole(ota, std::string(300, 'x'), 3), kErr},
+      {"an ELF of another machine", whole(ota, changed(kImage, 18, kImage[18] ^ 0x40), 3), kErr},
+      {"an ELF of the other class", whole(ota, changed(kImage, 4, 3 - kImage[4]), 3), kErr},
       {"flipped bit, then the next block",
        opening({{changed(b1, 90, static_cast<char>(b1[90] ^ 1)), kNak}, {b2, ""}}), kErr},
       {"sender stops mid-block", opening({{b1.substr(0, 60), ""}}), kErr},
