@@ -166,11 +166,11 @@ void *readerThread(void *) {
     const int n = ctx.recv(ctx.block + got, kYmodemBlockBytes - got);
     if (n > 0) got += n;
     if (got > 0) ++calls;
-    // A block is only ever handed on whole: a sender held up mid-block (a
-    // loaded host) just delivers the rest later, and one that stopped is
-    // ended by the time-out. Anything else (EOT, noise) goes on after the calls.
-    const bool blockBegun = got > 0 && ctx.block[0] == kYmodemSoh;
-    if (got < kYmodemBlockBytes && (calls < kReaderCallsPerBlock || blockBegun)) {
+    // A whole block goes on at once; anything shorter (EOT, noise, a block
+    // that lost a byte on the line) after the calls, about 56 ms from its
+    // first byte: a short block is then answered with a NAK and the sender
+    // repeats it, instead of both sides waiting for the time-out.
+    if (got < kYmodemBlockBytes && calls < kReaderCallsPerBlock) {
       usleep(kReaderBetweenCallsUs);
       continue;
     }
