@@ -20,7 +20,7 @@
 namespace {
 
 constexpr size_t kKeyIdBytes = 8;
-constexpr size_t kSigBytes = crypto_sign_BYTES;          // 64
+constexpr size_t kSigBytes = crypto_sign_BYTES;              // 64
 constexpr size_t kPublicBytes = crypto_sign_PUBLICKEYBYTES;  // 32
 constexpr size_t kHashBytes = crypto_generichash_BYTES_MAX;  // 64
 constexpr size_t kTextLineMax = 1024;

@@ -11,6 +11,30 @@
 
 namespace {
 
+// The steps, numbered for the power-cut seam.
+enum TrialStep {
+  kCountWritten = 1,
+  kCountRenamed,
+  kCountFlushed,
+  kMarkRemoved,
+  kKeepFlushed,
+  kFailedKept,
+  kBakRenamed,
+  kRollBackMarkRemoved,
+  kRollBackFlushed
+};
+
+bool after(bool ok, TrialStep step) {
+#if QV_UPDATE_POWER_CUT_SEAM
+  // Test seam: the process ends at once after the step named, as at a power cut.
+  const char *cut = getenv("QV_SANDBOX_TRIAL_CUT_AFTER");
+  if (ok && cut && atoi(cut) == step) _exit(kTrialPowerCutExitStatus);
+#else
+  (void)step;
+#endif
+  return ok;
+}
+
 std::string directoryOf(const std::string &path) {
   const size_t slash = path.rfind('/');
   return slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
@@ -65,14 +89,17 @@ bool trialCountStart(const std::string &exe, int starts) {
   const std::string mark = exe + "_trial", next = mark + ".new";
   const std::string text = std::to_string(starts) + "\n";
   const int fd = open(next.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  bool ok = fd >= 0 && write(fd, text.data(), text.size()) == ssize_t(text.size()) &&
-            fsync(fd) == 0;
+  bool ok =
+      fd >= 0 && write(fd, text.data(), text.size()) == ssize_t(text.size()) && fsync(fd) == 0;
   if (fd >= 0) close(fd);
-  return ok && rename(next.c_str(), mark.c_str()) == 0 && syncDirectory(exe);
+  return after(ok, kCountWritten) &&
+         after(rename(next.c_str(), mark.c_str()) == 0, kCountRenamed) &&
+         after(syncDirectory(exe), kCountFlushed);
 }
 
 bool trialKeep(const std::string &exe) {
-  return unlink((exe + "_trial").c_str()) == 0 && syncDirectory(exe);
+  return after(unlink((exe + "_trial").c_str()) == 0, kMarkRemoved) &&
+         after(syncDirectory(exe), kKeepFlushed);
 }
 
 bool trialRollBack(const std::string &exe, std::string *why) {
@@ -80,15 +107,16 @@ bool trialRollBack(const std::string &exe, std::string *why) {
   if (access(bak.c_str(), F_OK) == 0) {
     // The failed executable keeps a second name first: EXE is never missing.
     if (unlink(failed.c_str()) != 0 && errno != ENOENT) return fail(why, "remove " + failed);
-    if (link(exe.c_str(), failed.c_str()) != 0 && errno != ENOENT &&
-        !copyFile(exe, failed))
-      return fail(why, "keep " + failed);
-    if (rename(bak.c_str(), exe.c_str()) != 0) return fail(why, "rename " + bak);
+    const bool kept =
+        link(exe.c_str(), failed.c_str()) == 0 || errno == ENOENT || copyFile(exe, failed);
+    if (!after(kept, kFailedKept)) return fail(why, "keep " + failed);
+    if (!after(rename(bak.c_str(), exe.c_str()) == 0, kBakRenamed))
+      return fail(why, "rename " + bak);
   } else {
     *why = "no " + bak + " to go back to";
   }
-  if (unlink((exe + "_trial").c_str()) != 0 && errno != ENOENT)
-    return fail(why, "remove the trial mark");
-  if (!syncDirectory(exe)) return fail(why, "flush " + directoryOf(exe));
+  const bool unmarked = unlink((exe + "_trial").c_str()) == 0 || errno == ENOENT;
+  if (!after(unmarked, kRollBackMarkRemoved)) return fail(why, "remove the trial mark");
+  if (!after(syncDirectory(exe), kRollBackFlushed)) return fail(why, "flush " + directoryOf(exe));
   return why->empty();
 }

@@ -9,6 +9,10 @@
 constexpr int kTrialNone = -2;        // no mark: not on trial
 constexpr int kTrialUnreadable = -1;  // a mark whose count cannot be read
 
+// Exit status of a process ended by the power-cut seam (sandbox builds, with
+// QV_SANDBOX_TRIAL_CUT_AFTER=<step> in the environment; steps in trial_files.cpp).
+constexpr int kTrialPowerCutExitStatus = 86;
+
 // The count in the mark, kTrialNone or kTrialUnreadable.
 int trialStarts(const std::string &exe);
 
