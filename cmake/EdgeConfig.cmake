@@ -3,10 +3,11 @@
 # to the working directory and to shell commands that only leave a trace.
 
 # The edges that differ between the two profiles, with each profile's default.
-set(_qv_edge_vars QV_ROOT_DIR QV_TMP_DIR QV_SERIAL_DEVICE QV_GPIO_DEVICE QV_SHM_KEY_PATH QV_CMD_SYNC QV_CMD_REBOOT)
-set(_qv_board_edges /root /tmp /dev/ttyS1 /dev/gpiocustom /root sync reboot)
+set(_qv_edge_vars QV_ROOT_DIR QV_TMP_DIR QV_SERIAL_DEVICE QV_GPIO_DEVICE QV_SHM_KEY_PATH QV_CMD_SYNC QV_CMD_REBOOT
+    QV_UPDATE_KEYS_DIR)
+set(_qv_board_edges /root /tmp /dev/ttyS1 /dev/gpiocustom /root sync reboot /etc/quenvarile/update-keys)
 set(_qv_sandbox_edges root tmp dev/ttyS1 dev/gpiocustom root
-    "echo sync >> commands.log" "echo reboot >> commands.log")
+    "echo sync >> commands.log" "echo reboot >> commands.log" etc/quenvarile/update-keys)
 if(QV_SANDBOX)
   set(_qv_profile sandbox)
   set(_qv_edges ${_qv_sandbox_edges})
@@ -22,6 +23,7 @@ list(GET _qv_edges 2 _tty)
 list(GET _qv_edges 3 _gpio)
 list(GET _qv_edges 5 _sync)
 list(GET _qv_edges 6 _reboot)
+list(GET _qv_edges 7 _keys)
 
 # Cache entries keep their value over later configures, so switching the
 # profile in an existing build directory re-derives the defaults here: a
@@ -49,6 +51,8 @@ set(QV_PCM_ANALOGMIC "hw:0,1" CACHE STRING "ALSA device of the analog microphone
 set(QV_PCM_LINE "hw:0,2" CACHE STRING "ALSA device of line-in capture and line-out playback")
 set(QV_CMD_SYNC "${_sync}" CACHE STRING "Shell command that flushes file systems")
 set(QV_CMD_REBOOT "${_reboot}" CACHE STRING "Shell command that reboots the board")
+set(QV_UPDATE_KEYS_DIR "${_keys}" CACHE STRING
+    "Directory of the public keys an update must be signed with (none: updates unauthenticated)")
 
 configure_file(${CMAKE_CURRENT_LIST_DIR}/edge_config.h.in
                ${CMAKE_BINARY_DIR}/generated/edge_config.h @ONLY)
@@ -65,7 +69,7 @@ endif()
 # unless every edge path stays inside the working directory and sync and
 # reboot only leave a trace.
 function(qv_require_sandbox_edges)
-  foreach(var QV_ROOT_DIR QV_TMP_DIR QV_SERIAL_DEVICE QV_GPIO_DEVICE QV_SHM_KEY_PATH)
+  foreach(var QV_ROOT_DIR QV_TMP_DIR QV_SERIAL_DEVICE QV_GPIO_DEVICE QV_SHM_KEY_PATH QV_UPDATE_KEYS_DIR)
     if(IS_ABSOLUTE "${${var}}" OR "${${var}}" MATCHES "^~|(^|/)\\.\\.(/|$)")
       message(FATAL_ERROR "Tests would touch the machine: ${var} is '${${var}}', not a path inside "
                           "the working directory. Use -DQV_SANDBOX=ON and do not set ${var} yourself.")

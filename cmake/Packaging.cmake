@@ -25,6 +25,13 @@ execute_process(COMMAND gzip -9nc ${PROJECT_SOURCE_DIR}/packaging/changelog
 install(TARGETS quenvarile RUNTIME DESTINATION ${QV_ROOT_DIR})
 install(TARGETS quenvarile-host quenvarile-replay quenvarile-supervise RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES ${PROJECT_BINARY_DIR}/packaging/quenvarile.service DESTINATION ${QV_SYSTEMD_UNIT_DIR})
+# Public keys (minisign .pub files) that updates must be signed with, shipped
+# in the package; none by default (keys can also be put there on the board).
+set(QV_UPDATE_PUBLIC_KEYS "" CACHE STRING "Update keys (.pub files) the package installs")
+if(QV_UPDATE_PUBLIC_KEYS)
+  install(FILES ${QV_UPDATE_PUBLIC_KEYS} DESTINATION ${QV_UPDATE_KEYS_DIR}
+          PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+endif()
 install(FILES ${PROJECT_SOURCE_DIR}/packaging/copyright ${PROJECT_BINARY_DIR}/packaging/changelog.gz
         DESTINATION ${CMAKE_INSTALL_DOCDIR})
 

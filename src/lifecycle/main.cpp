@@ -14,6 +14,7 @@
 #include "lifecycle/state_segment.h"
 #include "lifecycle/watchdog.h"
 #include "orienangle/module/angle_service.h"
+#include "update/update_signature.h"
 
 // The endpoints the daemon runs: the digital microphone array and the
 // line-in that carries the loudspeaker reference.
@@ -39,6 +40,7 @@ int main() {
   puts("VELQUARE_ORIENANGLE");
   printf("---compile time : %lld-%lld-%lld %lld:%lld:%lld\n", kBuildTime.year, kBuildTime.month,
          kBuildTime.day, kBuildTime.hour, kBuildTime.minute, kBuildTime.second);
+  velquare_update_trust_report();
 
   signal(SIGINT, abort_signal_handler);
   signal(SIGTERM, abort_signal_handler);

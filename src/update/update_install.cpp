@@ -5,7 +5,8 @@
 // The replacement cannot leave the board without a runnable executable: the
 // received file is flushed and checked before anything else changes, the old
 // executable keeps a second name, and the new one takes /root/quenvarile in a
-// single rename(), which a power cut sees either before or after.
+// single rename(), which a power cut sees either before or after. With a key
+// installed the file must also carry a valid signature by one of the keys.
 #include "update/update_install.h"
 
 #include <elf.h>
@@ -23,6 +24,7 @@
 #include "hostlink/uart.h"
 #include "lifecycle/state_segment.h"
 #include "update/update_paths.h"
+#include "update/update_signature.h"
 #include "update/ymodem.h"
 
 namespace {
@@ -48,7 +50,15 @@ constexpr unsigned char kElfData =
     __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? ELFDATA2LSB : ELFDATA2MSB;
 
 // The installation's steps, in order; a power cut may come after any of them.
-enum InstallStep { kOtaFlushed = 1, kOtaChecked, kBackupKept, kModeSet, kRenamed, kDirFlushed };
+enum InstallStep {
+  kOtaFlushed = 1,
+  kOtaChecked,
+  kBackupKept,
+  kModeSet,
+  kTrialMarked,
+  kRenamed,
+  kDirFlushed
+};
 
 void setUpdating(int value) {
   sharedStore(gHostCtrl.isUpdating, value);
@@ -126,21 +136,46 @@ bool keepBackup() {
   return copyFile(kUpdateExePath, kUpdateBakPath);
 }
 
+// With a key installed, only a file signed by one of them; without, any.
+bool trusted(int fd) {
+  if (velquare_update_trust(QV_UPDATE_KEYS_DIR) == UPDATE_UNAUTHENTICATED) return true;
+  const bool ok = velquare_update_signature_valid(fd, QV_UPDATE_KEYS_DIR);
+  if (!ok) errno = EPERM;
+  return ok;
+}
+
+// The trial mark: the new executable is on trial until the supervisor has
+// seen it run well, and is replaced by quenvarile_Bak otherwise. Its content
+// counts the supervisor's starts; it is on disk, name included, before the
+// rename that puts the new executable in place.
+bool markTrial() {
+  const int fd = open(kUpdateTrialPath, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  bool ok = fd >= 0 && write(fd, "0\n", 2) == 2 && fsync(fd) == 0;
+  if (fd >= 0) close(fd);
+  return ok && syncPath(kUpdateDirPath, O_RDONLY | O_DIRECTORY);
+}
+
 // 0 when the received file is the executable, on disk.
 int installReceivedFile() {
   const int fd = open(kUpdateOtaPath, O_RDONLY | O_CLOEXEC);
   if (fd < 0) perror(kUpdateOtaPath);
-  const bool ready = fd >= 0 && step(fsync(fd) == 0, kOtaFlushed, "flush") &&
-                     step(isOwnMachineElf(fd), kOtaChecked, "executable check");
+  // Nothing changes on disk before the file is known to be signed and ours.
+  const bool ready =
+      fd >= 0 && step(fsync(fd) == 0, kOtaFlushed, "flush") &&
+      step(trusted(fd) && isOwnMachineElf(fd), kOtaChecked, "signature and executable check");
   if (fd >= 0) close(fd);
   if (!ready || !step(keepBackup(), kBackupKept, "backup") ||
       !step(chmod(kUpdateOtaPath, kExecutableMode) == 0, kModeSet, "mode") ||
-      !step(rename(kUpdateOtaPath, kUpdateExePath) == 0, kRenamed, "rename"))
+      !step(markTrial(), kTrialMarked, "trial mark"))
     return -1;
+  if (!step(rename(kUpdateOtaPath, kUpdateExePath) == 0, kRenamed, "rename")) {
+    unlink(kUpdateTrialPath);
+    return -1;
+  }
   if (!step(syncPath(kUpdateDirPath, O_RDONLY | O_DIRECTORY), kDirFlushed,
             "flush of the directory")) {
-    if (rename(kUpdateBakPath, kUpdateExePath) == 0)
-      syncPath(kUpdateDirPath, O_RDONLY | O_DIRECTORY);
+    if (rename(kUpdateBakPath, kUpdateExePath) == 0) unlink(kUpdateTrialPath);
+    syncPath(kUpdateDirPath, O_RDONLY | O_DIRECTORY);
     return -1;
   }
   return 0;

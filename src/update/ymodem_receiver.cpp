@@ -26,7 +26,8 @@ constexpr uint32_t kStageFinished = 5;
 constexpr uint32_t kStageFailed = 6;
 
 constexpr int32_t kIdleLimitSeconds = 5;  // more than this without progress fails
-// Receive calls, from a chunk's first byte, before a chunk that is not a block is handed on.
+// Receive calls that bring nothing, after a chunk's latest byte, before a
+// chunk shorter than a block is handed on: about 56 ms of quiet.
 constexpr int kReaderCallsPerBlock = 11;
 constexpr useconds_t kReaderWaitReadyUs = 2000;  // while the protocol thread holds a block
 constexpr useconds_t kReaderBetweenCallsUs = 5000;
@@ -166,12 +167,13 @@ void *readerThread(void *) {
     }
     const int n = ctx.recv(ctx.block + got, kYmodemBlockBytes - got);
     if (n > 0) got += n;
-    if (got > 0) ++calls;
-    // A block is only ever handed on whole: a sender held up mid-block (a
-    // loaded host) just delivers the rest later, and one that stopped is
-    // ended by the time-out. Anything else (EOT, noise) goes on after the calls.
-    const bool blockBegun = got > 0 && ctx.block[0] == kYmodemSoh;
-    if (got < kYmodemBlockBytes && (calls < kReaderCallsPerBlock || blockBegun)) {
+    calls = n > 0 ? 1 : got > 0 ? calls + 1 : 0;
+    // A whole block goes on at once; anything shorter (EOT, noise, a block
+    // that lost a byte on the line) once the line has been quiet for the
+    // calls: a short block is then answered with a NAK and the sender
+    // repeats it, instead of both sides waiting for the time-out. A sender
+    // that is merely slow (a loaded host) keeps its block open.
+    if (got < kYmodemBlockBytes && calls < kReaderCallsPerBlock) {
       usleep(kReaderBetweenCallsUs);
       continue;
     }

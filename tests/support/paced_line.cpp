@@ -12,7 +12,7 @@
 #include <chrono>
 
 int runPacedSb(const PtyLine &line, int bytesPerSecond, const std::vector<std::string> &args,
-               int timeoutMs) {
+               int timeoutMs, const LineTamper &tamper, const std::function<bool()> &stop) {
   termios raw{};
   cfmakeraw(&raw);
   int host = -1, sbEnd = -1;
@@ -41,13 +41,14 @@ int runPacedSb(const PtyLine &line, int bytesPerSecond, const std::vector<std::s
   for (const Direction &d : dirs) fcntl(d.from, F_SETFL, fcntl(d.from, F_GETFL) | O_NONBLOCK);
   const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
   auto last = std::chrono::steady_clock::now();
+  size_t fromHost = 0;
   int status = 0;
   for (bool ended = false, more = true; !ended || more;) {
     ended = ended || waitpid(pid, &status, WNOHANG) == pid;
     pollfd p[] = {{dirs[0].from, POLLIN, 0}, {dirs[1].from, POLLIN, 0}};
     poll(p, ended ? 1 : 2, 1);
     const auto now = std::chrono::steady_clock::now();
-    if (!ended && now > end) {
+    if (!ended && (now > end || (stop && stop()))) {
       kill(pid, SIGKILL);
       waitpid(pid, nullptr, 0);
       status = -1;
@@ -58,7 +59,14 @@ int runPacedSb(const PtyLine &line, int bytesPerSecond, const std::vector<std::s
     for (Direction &d : dirs) {
       char buf[4096];
       const ssize_t n = ended && d.from != host ? 0 : read(d.from, buf, sizeof buf);
-      if (n > 0) d.queue.append(buf, static_cast<size_t>(n));
+      if (n > 0 && d.from == host && tamper) {
+        std::string bytes(buf, static_cast<size_t>(n));
+        tamper(&bytes, fromHost);
+        fromHost += static_cast<size_t>(n);
+        d.queue += bytes;
+      } else if (n > 0) {
+        d.queue.append(buf, static_cast<size_t>(n));
+      }
       d.credit = d.queue.empty() ? 0 : d.credit + seconds * bytesPerSecond;
       const size_t due = std::min(d.queue.size(), static_cast<size_t>(d.credit));
       const ssize_t w = std::max<ssize_t>(due > 0 ? write(d.to, d.queue.data(), due) : 0, 0);

@@ -3,6 +3,7 @@
 // line (a PtyLine) and back, in each direction no faster than a given rate.
 // What a side writes faster than that queues up as in a UART's buffer.
 #pragma once
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -11,7 +12,13 @@
 // 115200 baud, 8N1: ten bit times per byte.
 constexpr int kUartBytesPerSecond = 115200 / 10;
 
+// Changes bytes on their way from the host to the device: gets what the relay
+// has just read and how many bytes came before it.
+using LineTamper = std::function<void(std::string *bytes, size_t before)>;
+
 // Runs `sb <args...>` (messages to sb.log) as the host of `line` until it
-// ends; its exit status, or -1 when it was killed after timeoutMs.
+// ends; its exit status, or -1 when it was killed after timeoutMs or once
+// `stop` (when given) said true.
 int runPacedSb(const PtyLine &line, int bytesPerSecond, const std::vector<std::string> &args,
-               int timeoutMs);
+               int timeoutMs, const LineTamper &tamper = {},
+               const std::function<bool()> &stop = {});

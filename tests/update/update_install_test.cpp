@@ -67,8 +67,7 @@ std::vector<Script> scripts() {
                 {b1, kAckC},
                 {changed(b2, 0, kYmodemEot), kNak},
                 {b2, kAckC},
-                {b3.substr(0, 132), ""},
-                {b3, kNak},
+                {b3.substr(0, 132), kNak},
                 {b3, kAckC}},
                tail),
        kOk},
@@ -83,7 +82,7 @@ std::vector<Script> scripts() {
       {"an ELF of the other class", whole(ota, changed(kImage, 4, 3 - kImage[4]), 3), kErr},
       {"flipped bit, then the next block",
        opening({{changed(b1, 90, static_cast<char>(b1[90] ^ 1)), kNak}, {b2, ""}}), kErr},
-      {"sender stops mid-block", opening({{b1.substr(0, 60), ""}}), kErr},
+      {"sender stops mid-block", opening({{b1.substr(0, 60), kNak}}), kErr},
       {"1024-byte blocks", opening({{"\x02\x01\xfe" + std::string(1026, 'k'), kNak}}), kErr},
   };
 }
@@ -126,9 +125,10 @@ TEST_P(ScriptedSender, EndsWithTheRightAnswerAndNeverAWrongExecutable) {
 INSTANTIATE_TEST_SUITE_P(Scripts, ScriptedSender, testing::Range<size_t>(0, scripts().size()));
 
 // A cut after each step of the installation leaves /root/quenvarile the old
-// executable or the new one, complete and executable, and never missing.
+// executable or the new one, complete and executable, and never missing; the
+// new one is never in place without its trial mark.
 TEST(UpdatePowerCut, AfterEveryInstallStepTheExecutableIsTheOldOrTheNewOne) {
-  for (int step = 1; step <= 6; ++step) {
+  for (int step = 1; step <= 7; ++step) {
     SCOPED_TRACE("cut after step " + std::to_string(step));
     Sandbox box;
     box.write("root/quenvarile", kOld);
@@ -139,11 +139,59 @@ TEST(UpdatePowerCut, AfterEveryInstallStepTheExecutableIsTheOldOrTheNewOne) {
                 testing::ExitedWithCode(kUpdatePowerCutExitStatus), "");
     struct stat st {};
     ASSERT_EQ(stat("root/quenvarile", &st), 0);
-    // Renamed into place at step 5.
-    EXPECT_EQ(box.read("root/quenvarile"), step >= 5 ? kImage : kOld);
+    // Marked at step 5, renamed into place at step 6.
+    EXPECT_EQ(box.read("root/quenvarile"), step >= 6 ? kImage : kOld);
     EXPECT_EQ(st.st_mode & 0777, 0755u);
     EXPECT_EQ(box.read("root/quenvarile_Bak"), step >= 3 ? kOld : "");
+    EXPECT_EQ(box.read("root/quenvarile_trial"), step >= 5 ? "0\n" : "");
   }
+}
+
+// With a key in the board's key directory only a file signed by it, over
+// exactly its executable bytes, is installed; anything else leaves the old one.
+TEST(SignedUpdate, OnlyAFileSignedByATrustedKeyIsInstalled) {
+  Sandbox box;
+  const std::string sign = QV_SOURCE_DIR "/scripts/sign-update ";
+  const auto sh = [](const std::string &command) { return system(command.c_str()); };
+  ASSERT_EQ(sh("mkdir -p etc/quenvarile/update-keys && cd etc/quenvarile/update-keys && "
+               "minisign -G -W -p board.pub -s ../../../board.key >/dev/null && "
+               "minisign -G -W -p ../../../other.pub -s ../../../other.key >/dev/null"),
+            0);
+  box.write("image", kImage);
+  box.write("image2", kImage + "x");
+  ASSERT_EQ(sh(sign + "board.key image signed && " + sign + "other.key image foreign && " + sign +
+               "board.key image2 signed2 && minisign -S -l -s board.key -m image"
+               " -x legacy.minisig >/dev/null"),
+            0);
+  const std::string signed1 = box.read("signed"), signed2 = box.read("signed2");
+  const std::string trailer2 = signed2.substr(kImage.size() + 1);
+  const std::string legacy = box.read("legacy.minisig");
+  char legacyFooter[17];
+  snprintf(legacyFooter, sizeof legacyFooter, "%08zxQVSIGNED", legacy.size());
+  const std::pair<const char *, std::string> cases[] = {
+      {"signed by the board's key", signed1},
+      {"unsigned", kImage},
+      {"signed by another key", box.read("foreign")},
+      {"a signature over other bytes", kImage + trailer2},
+      {"the trailer cut short", signed1.substr(0, signed1.size() - 1)},
+      {"the signature's text cut short",
+       signed1.substr(0, kImage.size() + 20) + signed1.substr(signed1.size() - 16)},
+      {"a byte flipped after signing", changed(signed1, 200, static_cast<char>(signed1[200] ^ 1))},
+      {"the trusted comment changed",
+       changed(signed1, signed1.find("\ntrusted comment: ") + 18, '#')},
+      {"signed the legacy way", kImage + legacy + legacyFooter}};
+  for (const auto &[what, file] : cases) {
+    SCOPED_TRACE(what);
+    box.write("root/quenvarile", kOld);
+    box.write("root/quenvarile_ota", file);
+    unlink("root/quenvarile_trial");
+    velquare_ymodem_finished_state(1);
+    const bool good = file == signed1;
+    EXPECT_EQ(box.read("root/quenvarile"), good ? signed1 : kOld);
+    EXPECT_EQ(access("root/quenvarile_trial", F_OK) == 0, good);
+    EXPECT_EQ(access("root/quenvarile_ota", F_OK), -1);
+  }
+  EXPECT_EQ(box.read("commands.log"), "reboot\n");
 }
 
 // The receiver's console lines, once, exactly: each chunk's output, in the

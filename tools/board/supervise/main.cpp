@@ -2,6 +2,12 @@
 // ends or its heartbeat in the shared state segment stops moving, never while
 // the segment's update word is 1 (the daemon is replacing its executable and
 // reboots the board by itself). Logs each decision on standard output.
+//
+// After an update the new executable is on trial (its trial mark exists): it
+// is kept once it has run with its heartbeat moving for the confirmation
+// time; if it ends or stalls before that, or has been started on trial too
+// often (board resets included), the executable before the update is put back
+// and started instead.
 #include <getopt.h>
 #include <unistd.h>
 
@@ -9,6 +15,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <string>
 #include <vector>
@@ -17,6 +24,7 @@
 #include "edge_config.h"
 #include "restart_policy.h"
 #include "segment_view.h"
+#include "trial_files.h"
 
 namespace {
 
@@ -46,12 +54,17 @@ void usage(FILE *to) {
       to,
       "usage: quenvarile-supervise [--stall SECONDS] [--first-delay SECONDS] [--max-delay "
       "SECONDS]\n"
-      "                            [--stable SECONDS] [--] [DAEMON [ARGS...]]\n"
+      "                            [--stable SECONDS] [--confirm SECONDS] [--trial-starts N]\n"
+      "                            [--] [DAEMON [ARGS...]]\n"
       "  runs DAEMON (default %s) in the current directory and restarts it when it ends or\n"
       "  its heartbeat (segment key ftok(\"%s\", 66)) stands still for --stall seconds\n"
       "  (default 15), never while the segment's update word is 1. Restarts wait\n"
       "  --first-delay (1 s), doubled after each daemon that ran less than --stable (60 s),\n"
-      "  up to --max-delay (60 s). SIGTERM or SIGINT: stops the daemon (SIGTERM twice) and ends.\n",
+      "  up to --max-delay (60 s). SIGTERM or SIGINT: stops the daemon (SIGTERM twice) and ends.\n"
+      "  While DAEMON_trial exists (an update on trial) the daemon is kept after --confirm\n"
+      "  seconds (60) with its heartbeat moving; if it ends or stalls first, or was started\n"
+      "  on trial --trial-starts times (3), DAEMON_Bak is put back over DAEMON (the failed\n"
+      "  one kept as DAEMON_failed) and started.\n",
       QV_ROOT_DIR "/quenvarile", QV_SHM_KEY_PATH);
 }
 
@@ -63,15 +76,30 @@ bool parseSeconds(const char *text, double *out) {
   return true;
 }
 
+// The verdict on a daemon on trial that ended or stalled: the previous
+// executable goes back. One line says so.
+void rollBack(const std::string &exe, const char *reason) {
+  std::string why;
+  if (trialRollBack(exe, &why))
+    logLine("update rolled back (%s): %s_Bak is %s again, the new one kept as %s_failed", reason,
+            exe.c_str(), exe.c_str(), exe.c_str());
+  else
+    logLine("update on trial %s, but no roll back: %s", reason, why.c_str());
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
   setvbuf(stdout, nullptr, _IOLBF, 0);
   RestartPolicy policy;
+  TrialPolicy trial;
+  double trialStartsLimit = trial.maxStarts;
   const option longOptions[] = {{"stall", required_argument, nullptr, 's'},
                                 {"first-delay", required_argument, nullptr, 'f'},
                                 {"max-delay", required_argument, nullptr, 'm'},
                                 {"stable", required_argument, nullptr, 'b'},
+                                {"confirm", required_argument, nullptr, 'c'},
+                                {"trial-starts", required_argument, nullptr, 't'},
                                 {"help", no_argument, nullptr, 'h'},
                                 {nullptr, 0, nullptr, 0}};
   int opt;
@@ -80,12 +108,16 @@ int main(int argc, char **argv) {
                      : opt == 'f' ? &policy.firstDelay
                      : opt == 'm' ? &policy.maxDelay
                      : opt == 'b' ? &policy.stableSeconds
+                     : opt == 'c' ? &trial.confirmSeconds
+                     : opt == 't' ? &trialStartsLimit
                                   : nullptr;
     if (opt == 'h') return usage(stdout), 0;
     if (!target || !parseSeconds(optarg, target)) return usage(stderr), 2;
   }
+  trial.maxStarts = int(trialStartsLimit);
   std::vector<std::string> daemon(argv + optind, argv + argc);
   if (daemon.empty()) daemon.push_back(QV_ROOT_DIR "/quenvarile");
+  const std::string &exe = daemon[0];
 
   struct sigaction stop {};
   stop.sa_handler = requestStop;
@@ -97,7 +129,7 @@ int main(int argc, char **argv) {
   HeartbeatWatch watch;
   pid_t pid = -1;
   double startedAt = 0, startAt = monotonicSeconds(), delay = 0;
-  bool toldUpdating = false;
+  bool toldUpdating = false, onTrial = false;
   std::string how;
   for (; !gStopRequested; usleep(kPollMicros)) {
     const double now = monotonicSeconds();
@@ -106,8 +138,10 @@ int main(int argc, char **argv) {
     const bool updating = present && sample.updating == 1;
     if (pid > 0 && daemonChildEnded(pid, &how)) {
       delay = restartDelay(delay, now - startedAt, policy);
+      if (onTrial) delay = 0;  // the previous executable goes back at once
       logLine("daemon (pid %d) ended: %s; restart in %.0f s", int(pid), how.c_str(), delay);
-      pid = -1, startAt = now + delay;
+      if (onTrial) rollBack(exe, ("its daemon ended: " + how).c_str());
+      pid = -1, startAt = now + delay, onTrial = false;
     } else if (pid > 0 && heartbeatStalled(&watch, present, sample.heartbeat, now, policy)) {
       if (updating) {
         if (!toldUpdating)
@@ -119,21 +153,43 @@ int main(int argc, char **argv) {
       logLine("heartbeat stalled at %u for %.0f s: stopping the daemon (pid %d)",
               unsigned(sample.heartbeat), now - watch.changedAt, int(pid));
       how = daemonChildStop(pid, kStopGraceSeconds);
-      delay = restartDelay(delay, now - startedAt, policy);
+      delay = onTrial ? 0 : restartDelay(delay, now - startedAt, policy);
       logLine("daemon (pid %d) ended: %s; restart in %.0f s", int(pid), how.c_str(), delay);
-      pid = -1, startAt = monotonicSeconds() + delay;
+      if (onTrial) rollBack(exe, "its heartbeat stalled");
+      pid = -1, startAt = monotonicSeconds() + delay, onTrial = false;
+    } else if (pid > 0 && onTrial) {
+      const double sinceBeat = watch.changedAt > startedAt ? now - watch.changedAt : -1;
+      if (trialVerdict({0, true, false, false, now - startedAt, sinceBeat}, trial) == TRIAL_KEEP) {
+        if (trialKeep(exe))
+          logLine("update kept: the daemon ran %.0f s with its heartbeat moving", now - startedAt);
+        else
+          logLine("update kept, but its trial mark stays: %s", strerror(errno));
+        onTrial = false;
+      }
     } else if (pid < 0 && now >= startAt) {
       if (updating) {
         if (!toldUpdating) logLine("update in progress: not restarting the daemon");
         toldUpdating = true;
         continue;
       }
+      const int starts = trialStarts(exe);
+      onTrial = starts != kTrialNone;
+      if (onTrial && trialVerdict({starts, false, false, false, 0, -1}, trial) == TRIAL_ROLLBACK) {
+        rollBack(exe, starts < 0 ? "with an unreadable count"
+                                 : ("after " + std::to_string(starts) + " starts").c_str());
+        onTrial = false;
+      } else if (onTrial && !trialCountStart(exe, starts + 1)) {
+        logLine("cannot count the start on trial (%s): rolling back", strerror(errno));
+        rollBack(exe, "with a count that cannot be written");
+        onTrial = false;
+      }
       pid = daemonChildStart(daemon);
       if (pid < 0) {
         logLine("cannot start %s", daemon[0].c_str());
         return 1;
       }
-      logLine("started %s (pid %d)", daemon[0].c_str(), int(pid));
+      logLine("started %s (pid %d)%s", daemon[0].c_str(), int(pid),
+              onTrial ? ", on trial after an update" : "");
       startedAt = now;
       watch = HeartbeatWatch{present, sample.heartbeat, now};
     }

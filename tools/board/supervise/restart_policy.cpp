@@ -18,3 +18,12 @@ double restartDelay(double previousDelay, double ranSeconds, const RestartPolicy
   if (previousDelay <= 0 || ranSeconds >= policy.stableSeconds) return policy.firstDelay;
   return std::min(previousDelay * 2, policy.maxDelay);
 }
+
+TrialVerdict trialVerdict(const TrialLook &look, const TrialPolicy &policy) {
+  if (!look.running)  // an unreadable count is taken as used up
+    return look.startsBefore < 0 || look.startsBefore >= policy.maxStarts ? TRIAL_ROLLBACK
+                                                                          : TRIAL_GOES_ON;
+  if (look.ended || look.stalled) return TRIAL_ROLLBACK;
+  const bool beating = look.sinceBeat >= 0 && look.sinceBeat <= policy.beatWindow;
+  return look.ranSeconds >= policy.confirmSeconds && beating ? TRIAL_KEEP : TRIAL_GOES_ON;
+}
