@@ -12,7 +12,9 @@
 #include <chrono>
 
 int runPacedSb(const PtyLine &line, int bytesPerSecond, const std::vector<std::string> &args,
-               int timeoutMs, const LineTamper &tamper, const std::function<bool()> &stop) {
+               int timeoutMs, const LineTamper &tamper, const std::function<bool()> &stop,
+               int *stalledMs) {
+  if (stalledMs) *stalledMs = 0;
   termios raw{};
   cfmakeraw(&raw);
   int host = -1, sbEnd = -1;
@@ -56,6 +58,8 @@ int runPacedSb(const PtyLine &line, int bytesPerSecond, const std::vector<std::s
     }
     const double seconds = std::chrono::duration<double>(now - last).count();
     last = now;
+    if (stalledMs && !dirs[0].queue.empty())
+      *stalledMs = std::max(*stalledMs, static_cast<int>(seconds * 1000));
     for (Direction &d : dirs) {
       char buf[4096];
       const ssize_t n = ended && d.from != host ? 0 : read(d.from, buf, sizeof buf);

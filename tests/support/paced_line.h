@@ -18,7 +18,10 @@ using LineTamper = std::function<void(std::string *bytes, size_t before)>;
 
 // Runs `sb <args...>` (messages to sb.log) as the host of `line` until it
 // ends; its exit status, or -1 when it was killed after timeoutMs or once
-// `stop` (when given) said true.
+// `stop` (when given) said true. `stalledMs` (when given) gets the longest
+// time the relay itself was kept from running while bytes for the device
+// waited: on a loaded machine that is a pause inside a block that a real
+// UART never makes.
 int runPacedSb(const PtyLine &line, int bytesPerSecond, const std::vector<std::string> &args,
-               int timeoutMs, const LineTamper &tamper = {},
-               const std::function<bool()> &stop = {});
+               int timeoutMs, const LineTamper &tamper = {}, const std::function<bool()> &stop = {},
+               int *stalledMs = nullptr);

@@ -23,35 +23,52 @@
 // The parameter: the payload's size, that many bytes of a stripped daemon.
 struct PacedUpdate : testing::TestWithParam<size_t> {};
 
+// A pause this long inside a block makes the receiver hand the block on short.
+constexpr int kRelayStallMs = 40;
+
 TEST_P(PacedUpdate, SbInstallsExactlyTheFileSent) {
-  Sandbox box;
-  AlsaSandbox alsa(box);
-  // In real time, as on the board, so the daemon does not spin on its input.
-  alsa.feedSilence(3, 8);
-  alsa.feedSilence(2, 2);
   const std::string daemonImage = readFile(QV_STRIPPED_DAEMON);
   ASSERT_GT(daemonImage.size(), 1000u);
   // At most 100 KB: a sanitizer build's daemon is ten times the board's.
   const std::string payload = daemonImage.substr(0, std::min<size_t>(GetParam(), 100 * 1024));
-  box.write("root/quenvarile", "the running daemon's executable");
-  box.write("quenvarile_ota", payload);
+  // A run in which the relay itself was kept from running (a loaded machine)
+  // did not test a UART's line: it counts only when it succeeded, and is
+  // otherwise run again, twice at most.
+  for (int attempt = 1;; ++attempt) {
+    Sandbox box;
+    AlsaSandbox alsa(box);
+    // In real time, as on the board, so the daemon does not spin on its input.
+    alsa.feedSilence(3, 8);
+    alsa.feedSilence(2, 2);
+    box.write("root/quenvarile", "the running daemon's executable");
+    box.write("quenvarile_ota", payload);
 
-  PtyLine line;
-  DaemonProcess daemon({box.path(), {alsa.environment(), "QV_SANDBOX_UPDATE_WAIT_SECONDS=1"}, {}});
-  // The first report out means the line is open, configured and flushed: a
-  // command sent before that flush would be discarded with it.
-  ASSERT_TRUE(daemon.waitForOutput("send data is")) << daemon.out();
-  line.send({0x81, 0x01, 0x0e, 0x7f, 0x00, 0xff});  // update
-  ASSERT_TRUE(daemon.waitForOutput("wait 10s for ymodem...")) << daemon.out();
-  EXPECT_EQ(runPacedSb(line, kUartBytesPerSecond, {"--ymodem", "quenvarile_ota"}, 180000), 0)
-      << box.read("sb.log");
-  EXPECT_NE(line.receiveUntil("ymodem updata ok", 30000).find("ymodem updata ok"),
-            std::string::npos)
-      << daemon.out();
-  EXPECT_TRUE(box.read("root/quenvarile") == payload)
-      << box.read("root/quenvarile").size() << " bytes installed";
-  // Back in service: the flags are cleared when the (sandbox's) reboot returns.
-  EXPECT_TRUE(eventually([&] { return readStateSegment(box.file("root")).updating == 0; }, 5000));
+    PtyLine line;
+    DaemonProcess daemon(
+        {box.path(), {alsa.environment(), "QV_SANDBOX_UPDATE_WAIT_SECONDS=1"}, {}});
+    // The first report out means the line is open, configured and flushed: a
+    // command sent before that flush would be discarded with it.
+    ASSERT_TRUE(daemon.waitForOutput("send data is")) << daemon.out();
+    line.send({0x81, 0x01, 0x0e, 0x7f, 0x00, 0xff});  // update
+    ASSERT_TRUE(daemon.waitForOutput("wait 10s for ymodem...")) << daemon.out();
+    int stalledMs = 0;
+    const int sb = runPacedSb(line, kUartBytesPerSecond, {"--ymodem", "quenvarile_ota"}, 180000, {},
+                              {}, &stalledMs);
+    const bool answered =
+        line.receiveUntil("ymodem updata ok", 30000).find("ymodem updata ok") != std::string::npos;
+    const bool installed = box.read("root/quenvarile") == payload;
+    if (!(sb == 0 && answered && installed) && stalledMs >= kRelayStallMs && attempt < 3) {
+      printf("attempt %d: the relay stalled %d ms inside the transfer; again\n", attempt,
+             stalledMs);
+      continue;
+    }
+    EXPECT_EQ(sb, 0) << box.read("sb.log");
+    EXPECT_TRUE(answered) << daemon.out();
+    EXPECT_TRUE(installed) << box.read("root/quenvarile").size() << " bytes installed";
+    // Back in service: the flags are cleared when the (sandbox's) reboot returns.
+    EXPECT_TRUE(eventually([&] { return readStateSegment(box.file("root")).updating == 0; }, 5000));
+    return;
+  }
 }
 
 // The whole stripped daemon (sent three times), and two short files.
