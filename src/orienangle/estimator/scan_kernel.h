@@ -34,6 +34,24 @@ inline float scanLane(ScanVec v, int lane) {
   return out[lane];
 }
 
+// P and Q of bin k times scale, four microphones per vector: the mirrored
+// pairs (0, 7), (1, 6) summed and differenced as {re, im, re, im}, then
+// de-interleaved; each sum and product rounded as in the plain loop below.
+inline void scanPrepareBin(ScanBin &bin, const OrienComplex (*spectra)[ORIEN_SPECTRUM_BINS], int k,
+                           float scale) {
+  static_assert(ORIEN_MIC_NUM == 8, "four mirrored pairs");
+  const float32x4_t x01 = vcombine_f32(vld1_f32(&spectra[0][k].re), vld1_f32(&spectra[1][k].re));
+  const float32x4_t x23 = vcombine_f32(vld1_f32(&spectra[2][k].re), vld1_f32(&spectra[3][k].re));
+  const float32x4_t y01 = vcombine_f32(vld1_f32(&spectra[7][k].re), vld1_f32(&spectra[6][k].re));
+  const float32x4_t y23 = vcombine_f32(vld1_f32(&spectra[5][k].re), vld1_f32(&spectra[4][k].re));
+  const float32x4x2_t p = vuzpq_f32(vaddq_f32(x01, y01), vaddq_f32(x23, y23));
+  const float32x4x2_t q = vuzpq_f32(vsubq_f32(x01, y01), vsubq_f32(x23, y23));
+  vst1q_f32(bin.pq[0], vmulq_n_f32(p.val[0], scale));
+  vst1q_f32(bin.pq[1], vmulq_n_f32(p.val[1], scale));
+  vst1q_f32(bin.pq[2], vmulq_n_f32(q.val[0], scale));
+  vst1q_f32(bin.pq[3], vmulq_n_f32(q.val[1], scale));
+}
+
 // w: the bin's weights, [group][m][re, im][lane]. sums: per group g, the
 // powers of directions g * 4 + lane (sums[2g]) and of their mirrors
 // 180 - (g * 4 + lane) (sums[2g + 1]).
@@ -99,6 +117,17 @@ inline ScanVec scanLoad(const float *p) {
   ScanVec v;
   __builtin_memcpy(&v, p, sizeof v);
   return v;
+}
+
+inline void scanPrepareBin(ScanBin &bin, const OrienComplex (*spectra)[ORIEN_SPECTRUM_BINS], int k,
+                           float scale) {
+  for (int m = 0; m < SCAN_HALF_MICS; ++m) {
+    const OrienComplex x = spectra[m][k], mirror = spectra[ORIEN_MIC_NUM - 1 - m][k];
+    bin.pq[0][m] = scale * (x.re + mirror.re);
+    bin.pq[1][m] = scale * (x.im + mirror.im);
+    bin.pq[2][m] = scale * (x.re - mirror.re);
+    bin.pq[3][m] = scale * (x.im - mirror.im);
+  }
 }
 
 inline void scanKernel(const ScanBin &bin, const float *w, ScanVec *sums) {

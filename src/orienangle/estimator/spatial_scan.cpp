@@ -120,13 +120,7 @@ int spatialSpectrumScan(OrienAngleEstimator *est,
     // square root: |sqrt(f) Y|^2 = f |Y|^2, with no division per direction.
     const float w = std::sqrt(est->binPower[k] / (est->micNoise.binNoise[k] + SCAN_NOISE_EPS));
     const float scale = std::sqrt(w / (est->binPower[k] + SCAN_POWER_EPS));
-    for (int m = 0; m < SCAN_HALF_MICS; ++m) {
-      const OrienComplex x = spectra[m][k], mirror = spectra[ORIEN_MIC_NUM - 1 - m][k];
-      bin.pq[0][m] = scale * (x.re + mirror.re);
-      bin.pq[1][m] = scale * (x.im + mirror.im);
-      bin.pq[2][m] = scale * (x.re - mirror.re);
-      bin.pq[3][m] = scale * (x.im - mirror.im);
-    }
+    scanPrepareBin(bin, spectra, k, scale);
     scanKernel(bin, &est->scanSteering.w[k - ORIEN_SCAN_FIRST_BIN][0][0][0][0], sums);
   }
 
