@@ -153,7 +153,56 @@ void laterPass(const Twiddle3 *tw, const float *xr, const float *xi, float *yr, 
   constexpr int quarter = n / 4;
   constexpr int inStep = 4 * s * quarter, inBack = 16 - 3 * inStep;  // bytes
   constexpr int outStep = 4 * s, outBack = 16 - 3 * outStep;
-  for (int p = 0; p < quarter; ++p) {
+  {
+    // p = 0: all three twiddles are exactly 1 (and sin 0 = -0), so the
+    // products would return t1, t2, t3 unchanged; leaving them out saves half
+    // of the last radix-4 pass's multiplications.
+    const float *ar = xr, *ai = xi;
+    float *outR = yr, *outI = yi;
+    int count = s / 4;
+    asm volatile(
+        "1:\n"
+        "vld1.32 {d8-d9}, [%[ar]], %[inStep]\n"
+        "vld1.32 {d10-d11}, [%[ai]], %[inStep]\n"
+        "vld1.32 {d12-d13}, [%[ar]], %[inStep]\n"
+        "vld1.32 {d14-d15}, [%[ai]], %[inStep]\n"
+        "vld1.32 {d16-d17}, [%[ar]], %[inStep]\n"
+        "vld1.32 {d18-d19}, [%[ai]], %[inStep]\n"
+        "vld1.32 {d20-d21}, [%[ar]], %[inBack]\n"
+        "vld1.32 {d22-d23}, [%[ai]], %[inBack]\n"
+        "vadd.f32 q12, q4, q8\n"  // a + c
+        "vsub.f32 q4, q4, q8\n"   // a - c
+        "vadd.f32 q13, q5, q9\n"
+        "vsub.f32 q5, q5, q9\n"
+        "vadd.f32 q14, q6, q10\n"  // b + d
+        "vsub.f32 q6, q6, q10\n"   // b - d
+        "vadd.f32 q15, q7, q11\n"
+        "vsub.f32 q7, q7, q11\n"
+        "vadd.f32 q8, q12, q14\n"  // y0
+        "vadd.f32 q9, q13, q15\n"
+        "vst1.32 {d16-d17}, [%[outR]], %[outStep]\n"
+        "vst1.32 {d18-d19}, [%[outI]], %[outStep]\n"
+        "vadd.f32 q8, q4, q7\n"  // y1 = t1
+        "vsub.f32 q9, q5, q6\n"
+        "vst1.32 {d16-d17}, [%[outR]], %[outStep]\n"
+        "vst1.32 {d18-d19}, [%[outI]], %[outStep]\n"
+        "vsub.f32 q12, q12, q14\n"  // y2 = t2
+        "vsub.f32 q13, q13, q15\n"
+        "vst1.32 {d24-d25}, [%[outR]], %[outStep]\n"
+        "vst1.32 {d26-d27}, [%[outI]], %[outStep]\n"
+        "vsub.f32 q4, q4, q7\n"  // y3 = t3
+        "vadd.f32 q5, q5, q6\n"
+        "vst1.32 {d8-d9}, [%[outR]], %[outBack]\n"
+        "vst1.32 {d10-d11}, [%[outI]], %[outBack]\n"
+        "subs %[count], %[count], #1\n"
+        "bne 1b\n"
+        : [ar] "+r"(ar), [ai] "+r"(ai), [outR] "+r"(outR), [outI] "+r"(outI), [count] "+r"(count)
+        : [inStep] "r"(inStep), [inBack] "r"(inBack), [outStep] "r"(outStep), [outBack] "r"(outBack)
+        : "cc", "memory", "d8", "d9", "d10", "d11", "d12", "d13", "d14", "d15", "d16", "d17", "d18",
+          "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26", "d27", "d28", "d29", "d30",
+          "d31");
+  }
+  for (int p = 1; p < quarter; ++p) {
     const float *ar = xr + s * p, *ai = xi + s * p;
     float *outR = yr + 4 * s * p, *outI = yi + 4 * s * p;
     int count = s / 4;
