@@ -113,16 +113,25 @@ int spatialSpectrumScan(OrienAngleEstimator *est,
   // once: 0..90 in the A sums, 180..90 in the B sums.
   ScanVec sums[2 * SCAN_GROUPS];  // per group: directions g * 4 + lane, then their mirrors
   for (ScanVec &sum : sums) sum = scanZero();
-  ScanBin bin;
+  // Bins go through the kernel in pairs (the same sums in the same order as one
+  // by one); an odd one left at the end goes alone.
+  ScanBin bins[2];
+  const float *weights[2] = {nullptr, nullptr};
+  int pending = 0;
   for (int k = ORIEN_SCAN_FIRST_BIN; k < ORIEN_BINS; ++k) {
     if (est->binSelected[k] == 0) continue;
     // The bin's weight over its normaliser, w / norm, goes into P and Q as its
     // square root: |sqrt(f) Y|^2 = f |Y|^2, with no division per direction.
     const float w = std::sqrt(est->binPower[k] / (est->micNoise.binNoise[k] + SCAN_NOISE_EPS));
     const float scale = std::sqrt(w / (est->binPower[k] + SCAN_POWER_EPS));
-    scanPrepareBin(bin, spectra, k, scale);
-    scanKernel(bin, &est->scanSteering.w[k - ORIEN_SCAN_FIRST_BIN][0][0][0][0], sums);
+    scanPrepareBin(bins[pending], spectra, k, scale);
+    weights[pending] = &est->scanSteering.w[k - ORIEN_SCAN_FIRST_BIN][0][0][0][0];
+    if (++pending == 2) {
+      scanKernelPair(bins[0], weights[0], bins[1], weights[1], sums);
+      pending = 0;
+    }
   }
+  if (pending == 1) scanKernel(bins[0], weights[0], sums);
 
   float power[ORIEN_ANGLE_NUM];
   const int last = ORIEN_ANGLE_NUM - 1;
