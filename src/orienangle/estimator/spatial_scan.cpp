@@ -45,6 +45,19 @@ void spatialPickPeaks(const float *p, uint32_t *peaks) {
 
 namespace {
 
+// The IEEE square root of a ratio of powers (never negative). On ARM the
+// instruction itself: std::sqrt adds a compare, a flag transfer and a branch
+// to its errno path on every call.
+inline float sqrtOfRatio(float x) {
+#if defined(__arm__) && defined(__ARM_FP)
+  float root;
+  asm("vsqrt.f32 %0, %1" : "=t"(root) : "t"(x));
+  return root;
+#else
+  return std::sqrt(x);
+#endif
+}
+
 // Global maximum by the plain rule: from 0.0 at 90, only a strictly greater value
 // replaces it. Then the row and its peaks go into the rings.
 int storeRow(OrienAngleEstimator *est, const float *power) {
@@ -122,8 +135,8 @@ int spatialSpectrumScan(OrienAngleEstimator *est,
     if (est->binSelected[k] == 0) continue;
     // The bin's weight over its normaliser, w / norm, goes into P and Q as its
     // square root: |sqrt(f) Y|^2 = f |Y|^2, with no division per direction.
-    const float w = std::sqrt(est->binPower[k] / (est->micNoise.binNoise[k] + SCAN_NOISE_EPS));
-    const float scale = std::sqrt(w / (est->binPower[k] + SCAN_POWER_EPS));
+    const float w = sqrtOfRatio(est->binPower[k] / (est->micNoise.binNoise[k] + SCAN_NOISE_EPS));
+    const float scale = sqrtOfRatio(w / (est->binPower[k] + SCAN_POWER_EPS));
     scanPrepareBin(bins[pending], spectra, k, scale);
     weights[pending] = &est->scanSteering.w[k - ORIEN_SCAN_FIRST_BIN][0][0][0][0];
     if (++pending == 2) {
