@@ -168,6 +168,17 @@ int farEndCount(const OrienAngleEstimator *est, int window) {
   return count;
 }
 
+// acc += row, direction by direction (up to 80 rows a frame). On the board four
+// directions per vector: the same sums, each rounded on its own.
+void addRow(float *acc, const float *row) {
+  int a = 0;
+#if defined(__ARM_NEON)
+  for (; a + 4 <= ORIEN_ANGLE_NUM; a += 4)
+    vst1q_f32(acc + a, vaddq_f32(vld1q_f32(acc + a), vld1q_f32(row + a)));
+#endif
+  for (; a < ORIEN_ANGLE_NUM; ++a) acc[a] += row[a];
+}
+
 // Pooling and acceptance: pools agreeing frames; true when a direction was decided.
 bool poolAndDecide(OrienAngleEstimator *est) {
   const uint32_t cursor = est->frameCursor;
@@ -184,7 +195,7 @@ bool poolAndDecide(OrienAngleEstimator *est) {
     if (est->decision.speechFlag[f] != 0) ++speech;
     const int peak = static_cast<int>(est->peakAngles[f][0]);
     if (absInt(peak - centre) > PIPE_AGREE_DEGREES || est->farEnd.farEndFlag[f] != 0) return false;
-    for (int a = 0; a < ORIEN_ANGLE_NUM; ++a) acc[a] += est->angleSpectrum[f][a];
+    addRow(acc, est->angleSpectrum[f]);
     ++pooled;
     return true;
   };
