@@ -96,11 +96,10 @@ TEST_F(AnglePipeline, BinSelectionNeedsThreeTimesNoiseAndOneAndAHalfTimesItsLeve
 TEST_F(AnglePipeline, DigitalSilenceIsTenConsecutiveSamplesWithinOne) {
   const std::vector<float> frame =
       testsig::noiseAwayFromZero(ORIEN_MIC_NUM * ORIEN_FRAME_SIZE, 500.0f, 4);
-  const std::tuple<int, int, float, bool> cases[] = {{0, 0, 0.0f, false},
-                                                     {0, 10, 0.0f, true},
-                                                     {100, 9, 0.0f, false},
-                                                     {955, 10, 1.9f, true},
-                                                     {300, 10, 2.0f, false}};
+  const std::tuple<int, int, float, bool> cases[] = {
+      {0, 0, 0.0f, false},    {0, 10, 0.0f, true},    {100, 9, 0.0f, false},
+      {955, 10, 1.9f, true},  {300, 10, 2.0f, false}, {103, 10, 1.0f, true},
+      {7670, 10, 1.5f, true}, {7671, 9, 0.0f, false}, {400, 12, NAN, false}};
   for (const auto &[from, count, v, silent] : cases) {
     std::vector<float> f = frame;
     for (int i = from; i < from + count; ++i) f[i] = (i % 2) ? v : -v;

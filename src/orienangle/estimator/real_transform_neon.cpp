@@ -153,7 +153,56 @@ void laterPass(const Twiddle3 *tw, const float *xr, const float *xi, float *yr, 
   constexpr int quarter = n / 4;
   constexpr int inStep = 4 * s * quarter, inBack = 16 - 3 * inStep;  // bytes
   constexpr int outStep = 4 * s, outBack = 16 - 3 * outStep;
-  for (int p = 0; p < quarter; ++p) {
+  {
+    // p = 0: all three twiddles are exactly 1 (and sin 0 = -0), so the
+    // products would return t1, t2, t3 unchanged; leaving them out saves half
+    // of the last radix-4 pass's multiplications.
+    const float *ar = xr, *ai = xi;
+    float *outR = yr, *outI = yi;
+    int count = s / 4;
+    asm volatile(
+        "1:\n"
+        "vld1.32 {d8-d9}, [%[ar]], %[inStep]\n"
+        "vld1.32 {d10-d11}, [%[ai]], %[inStep]\n"
+        "vld1.32 {d12-d13}, [%[ar]], %[inStep]\n"
+        "vld1.32 {d14-d15}, [%[ai]], %[inStep]\n"
+        "vld1.32 {d16-d17}, [%[ar]], %[inStep]\n"
+        "vld1.32 {d18-d19}, [%[ai]], %[inStep]\n"
+        "vld1.32 {d20-d21}, [%[ar]], %[inBack]\n"
+        "vld1.32 {d22-d23}, [%[ai]], %[inBack]\n"
+        "vadd.f32 q12, q4, q8\n"  // a + c
+        "vsub.f32 q4, q4, q8\n"   // a - c
+        "vadd.f32 q13, q5, q9\n"
+        "vsub.f32 q5, q5, q9\n"
+        "vadd.f32 q14, q6, q10\n"  // b + d
+        "vsub.f32 q6, q6, q10\n"   // b - d
+        "vadd.f32 q15, q7, q11\n"
+        "vsub.f32 q7, q7, q11\n"
+        "vadd.f32 q8, q12, q14\n"  // y0
+        "vadd.f32 q9, q13, q15\n"
+        "vst1.32 {d16-d17}, [%[outR]], %[outStep]\n"
+        "vst1.32 {d18-d19}, [%[outI]], %[outStep]\n"
+        "vadd.f32 q8, q4, q7\n"  // y1 = t1
+        "vsub.f32 q9, q5, q6\n"
+        "vst1.32 {d16-d17}, [%[outR]], %[outStep]\n"
+        "vst1.32 {d18-d19}, [%[outI]], %[outStep]\n"
+        "vsub.f32 q12, q12, q14\n"  // y2 = t2
+        "vsub.f32 q13, q13, q15\n"
+        "vst1.32 {d24-d25}, [%[outR]], %[outStep]\n"
+        "vst1.32 {d26-d27}, [%[outI]], %[outStep]\n"
+        "vsub.f32 q4, q4, q7\n"  // y3 = t3
+        "vadd.f32 q5, q5, q6\n"
+        "vst1.32 {d8-d9}, [%[outR]], %[outBack]\n"
+        "vst1.32 {d10-d11}, [%[outI]], %[outBack]\n"
+        "subs %[count], %[count], #1\n"
+        "bne 1b\n"
+        : [ar] "+r"(ar), [ai] "+r"(ai), [outR] "+r"(outR), [outI] "+r"(outI), [count] "+r"(count)
+        : [inStep] "r"(inStep), [inBack] "r"(inBack), [outStep] "r"(outStep), [outBack] "r"(outBack)
+        : "cc", "memory", "d8", "d9", "d10", "d11", "d12", "d13", "d14", "d15", "d16", "d17", "d18",
+          "d19", "d20", "d21", "d22", "d23", "d24", "d25", "d26", "d27", "d28", "d29", "d30",
+          "d31");
+  }
+  for (int p = 1; p < quarter; ++p) {
     const float *ar = xr + s * p, *ai = xi + s * p;
     float *outR = yr + 4 * s * p, *outI = yi + 4 * s * p;
     int count = s / 4;
@@ -244,8 +293,13 @@ void realTransformRun(RealTransformPlan *plan, float *in, OrienComplex *out, int
   // X[k] = (E - j W O) / 2, E = Z[k] + conj Z[M - k], O = Z[k] - conj Z[M - k],
   // W = exp(-2 pi i k / 4096); then the scale.
   constexpr float kScale = ORIEN_FFT_SCALE * 0.5f;
+  // (A vector scale: GCC takes vmulq_n's scalar through the stack.)
+  const float32x4_t scale = vdupq_n_f32(kScale);
   int k = 0;
-  for (; k + 4 <= bins && k + 4 <= half; k += 4) {
+  // The loop's bound once, and the two interleaved outputs by vzip and plain
+  // stores: GCC builds vst2q's register pair through the stack.
+  const int vectorEnd = (bins < half ? bins : half) & ~3;
+  for (; k < vectorEnd; k += 4) {
     const float32x4_t ar = vaddq_f32(vld1q_f32(xr + k), vld1q_f32(xr + k + half));
     const float32x4_t ai = vaddq_f32(vld1q_f32(xi + k), vld1q_f32(xi + k + half));
     const int m = half - k - 3;
@@ -256,10 +310,10 @@ void realTransformRun(RealTransformPlan *plan, float *in, OrienComplex *out, int
     const float32x4_t wr = vld1q_f32(plan->splitRe + k), wi = vld1q_f32(plan->splitIm + k);
     const float32x4_t woR = vmlsq_f32(vmulq_f32(wr, orr), wi, oi);
     const float32x4_t woI = vmlaq_f32(vmulq_f32(wr, oi), wi, orr);
-    float32x4x2_t x;
-    x.val[0] = vmulq_n_f32(vaddq_f32(er, woI), kScale);
-    x.val[1] = vmulq_n_f32(vsubq_f32(ei, woR), kScale);
-    vst2q_f32(&out[k].re, x);
+    const float32x4x2_t x =
+        vzipq_f32(vmulq_f32(vaddq_f32(er, woI), scale), vmulq_f32(vsubq_f32(ei, woR), scale));
+    vst1q_f32(&out[k].re, x.val[0]);
+    vst1q_f32(&out[k + 2].re, x.val[1]);
   }
   // The rest one by one (none for the estimator's 500 bins).
   const auto z = [&](int i, const float *x) {

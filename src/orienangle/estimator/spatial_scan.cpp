@@ -45,6 +45,19 @@ void spatialPickPeaks(const float *p, uint32_t *peaks) {
 
 namespace {
 
+// The IEEE square root of a ratio of powers (never negative). On ARM the
+// instruction itself: std::sqrt adds a compare, a flag transfer and a branch
+// to its errno path on every call.
+inline float sqrtOfRatio(float x) {
+#if defined(__arm__) && defined(__ARM_FP)
+  float root;
+  asm("vsqrt.f32 %0, %1" : "=t"(root) : "t"(x));
+  return root;
+#else
+  return std::sqrt(x);
+#endif
+}
+
 // Global maximum by the plain rule: from 0.0 at 90, only a strictly greater value
 // replaces it. Then the row and its peaks go into the rings.
 int storeRow(OrienAngleEstimator *est, const float *power) {
@@ -113,22 +126,25 @@ int spatialSpectrumScan(OrienAngleEstimator *est,
   // once: 0..90 in the A sums, 180..90 in the B sums.
   ScanVec sums[2 * SCAN_GROUPS];  // per group: directions g * 4 + lane, then their mirrors
   for (ScanVec &sum : sums) sum = scanZero();
-  ScanBin bin;
+  // Bins go through the kernel in pairs (the same sums in the same order as one
+  // by one); an odd one left at the end goes alone.
+  ScanBin bins[2];
+  const float *weights[2] = {nullptr, nullptr};
+  int pending = 0;
   for (int k = ORIEN_SCAN_FIRST_BIN; k < ORIEN_BINS; ++k) {
     if (est->binSelected[k] == 0) continue;
     // The bin's weight over its normaliser, w / norm, goes into P and Q as its
     // square root: |sqrt(f) Y|^2 = f |Y|^2, with no division per direction.
-    const float w = std::sqrt(est->binPower[k] / (est->micNoise.binNoise[k] + SCAN_NOISE_EPS));
-    const float scale = std::sqrt(w / (est->binPower[k] + SCAN_POWER_EPS));
-    for (int m = 0; m < SCAN_HALF_MICS; ++m) {
-      const OrienComplex x = spectra[m][k], mirror = spectra[ORIEN_MIC_NUM - 1 - m][k];
-      bin.pq[0][m] = scale * (x.re + mirror.re);
-      bin.pq[1][m] = scale * (x.im + mirror.im);
-      bin.pq[2][m] = scale * (x.re - mirror.re);
-      bin.pq[3][m] = scale * (x.im - mirror.im);
+    const float w = sqrtOfRatio(est->binPower[k] / (est->micNoise.binNoise[k] + SCAN_NOISE_EPS));
+    const float scale = sqrtOfRatio(w / (est->binPower[k] + SCAN_POWER_EPS));
+    scanPrepareBin(bins[pending], spectra, k, scale);
+    weights[pending] = &est->scanSteering.w[k - ORIEN_SCAN_FIRST_BIN][0][0][0][0];
+    if (++pending == 2) {
+      scanKernelPair(bins[0], weights[0], bins[1], weights[1], sums);
+      pending = 0;
     }
-    scanKernel(bin, &est->scanSteering.w[k - ORIEN_SCAN_FIRST_BIN][0][0][0][0], sums);
   }
+  if (pending == 1) scanKernel(bins[0], weights[0], sums);
 
   float power[ORIEN_ANGLE_NUM];
   const int last = ORIEN_ANGLE_NUM - 1;
