@@ -11,7 +11,7 @@
 #include <algorithm>
 #include <chrono>
 
-int runPacedSb(const PtyLine &line, int bytesPerSecond, const std::vector<std::string> &args,
+int runPacedSb(int lineFd, int bytesPerSecond, const std::vector<std::string> &args,
                int timeoutMs) {
   termios raw{};
   cfmakeraw(&raw);
@@ -37,7 +37,7 @@ int runPacedSb(const PtyLine &line, int bytesPerSecond, const std::vector<std::s
     int from, to;
     std::string queue;
     double credit;
-  } dirs[] = {{host, line.hostFd(), {}, 0}, {line.hostFd(), host, {}, 0}};
+  } dirs[] = {{host, lineFd, {}, 0}, {lineFd, host, {}, 0}};
   for (const Direction &d : dirs) fcntl(d.from, F_SETFL, fcntl(d.from, F_GETFL) | O_NONBLOCK);
   const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
   auto last = std::chrono::steady_clock::now();

@@ -3,6 +3,7 @@
 // whole sandbox daemon. On this clean line every run installs exactly the file sent.
 #include <gtest/gtest.h>
 
+#include "pty_line.h"
 #include "support/alsa_sandbox.h"
 #include "support/daemon_process.h"
 #include "support/eventually.h"
@@ -31,7 +32,8 @@ TEST_P(PacedUpdate, SbInstallsExactlyTheFileSent) {
   ASSERT_TRUE(daemon.waitForOutput("send data is")) << daemon.out();
   line.send({0x81, 0x01, 0x0e, 0x7f, 0x00, 0xff});  // update
   ASSERT_TRUE(daemon.waitForOutput("wait 10s for ymodem...")) << daemon.out();
-  EXPECT_EQ(runPacedSb(line, kUartBytesPerSecond, {"--ymodem", "quenvarile_ota"}, 180000), 0)
+  EXPECT_EQ(runPacedSb(line.hostFd(), kUartBytesPerSecond, {"--ymodem", "quenvarile_ota"}, 180000),
+            0)
       << box.read("sb.log");
   EXPECT_NE(line.receiveUntil("ymodem updata ok", 30000).find("ymodem updata ok"),
             std::string::npos)
