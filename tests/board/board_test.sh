@@ -9,6 +9,10 @@
 #   update     the PC's clock: sb --ymodem, paced at 11,520 B/s, sends another
 #              armhf daemon build; the board answers "ymodem updata ok", reboots,
 #              runs the new executable, and keeps the old one as quenvarile_Bak
+#   powercut   the PC's clock: power cuts (SIGKILL to qemu) right after each of the
+#              update's six installation steps and at BOARD_CUTS random moments;
+#              after each the board boots again: /root/quenvarile is the old or the
+#              new executable, byte for byte, and the host receives positions
 #   realtime   deterministic clock (-icount shift=1,sleep=off, one core):
 #              BOARD_REALTIME_SECONDS (default 180) of the board's own time
 #              without an overrun or a full ring in the daemon's log
@@ -37,6 +41,9 @@ finish() {
   fi
   echo "board $case_name: passed"; exit 0
 }
+# A test killed on its time-out leaves no machine running.
+trap 'board_kill "$run"' EXIT
+trap 'exit 1' TERM INT
 board_check_qemu || { echo "FAIL: the emulated board cannot run (see above)"; exit 1; }
 rm -rf "$run"
 mkdir -p "$run"
@@ -59,16 +66,16 @@ boot)
   board_start "$run" || { fail "no power-on"; finish; }
   # The host listens from power-on; each line carries its time since then.
   start=$(cat "$run/power-on")
-  "$QV_HOST" --device "$(board_host_tty "$run")" --listen 200 2>&1 | while IFS= read -r line; do
+  "$QV_HOST" --device "$(board_host_tty "$run")" --listen 200 > >(while IFS= read -r line; do
     awk -v s="$start" -v n="$EPOCHREALTIME" -v l="$line" 'BEGIN { printf "%.1f %s\n", n - s, l }'
-  done > "$run/host-boot.log" &
+  done > "$run/host-boot.log") 2>&1 &
   listener=$!
   pid=$(daemon_up) || fail "the daemon did not start under the supervisor at boot"
   echo "   daemon pid $pid under quenvarile-supervise; $(grep -a -m1 'compile time' "$run/console.log" | tr -d '\r')"
   grep -aq "don't create wdg proc" "$run/console.log" || fail "no 'don't create wdg proc' (no GPIO on this board)"
   for _ in $(seq 1 120); do grep -q degrees "$run/host-boot.log" && break; sleep 1; done
   sleep 30
-  kill "$listener" 2>/dev/null; pkill -P $$ -x quenvarile-host 2>/dev/null; wait "$listener" 2>/dev/null
+  kill "$listener" 2>/dev/null; wait "$listener" 2>/dev/null; sleep 0.5
   echo "   power-on to the first position frame: $(awk '/position/ { print $1; exit }' "$run/host-boot.log") s," \
        "to the first direction: $(awk '/degrees/ { print $1; exit }' "$run/host-boot.log") s (PC clock)"
   seen=$(sed -n 's/^[0-9.]* position [0-9]*: \(-\{0,1\}[0-9]*\) degrees$/\1/p' "$run/host-boot.log")
@@ -122,6 +129,64 @@ update)
   [ "$(sed -n 2p <<<"$sums")" = "$want_old" ] || fail "/root/quenvarile_Bak is not the old executable"
   [ "$(sed -n 3p <<<"$sums")" = "$want_new" ] || fail "the running daemon is not the new executable"
   echo "   after the reboot: $(grep -a -m1 'compile time' "$run/console.log" | tr -d '\r')"
+  ;;
+powercut)
+  # From the update case's disk: its daemon (with the power-cut seam) receives,
+  # the package's daemon is sent back. Cuts right after each installation step
+  # (the seam ends the daemon there; the supervisor's line on the console
+  # marks it) and at BOARD_CUTS (default 20) random moments of the transfer
+  # and installation. After each cut the board boots again.
+  after_update=${BOARD_RUN:-$repo/build/board-vm/run}/update/disk.qcow2
+  [ -f "$after_update" ] || { fail "no disk from the update case ($after_update)"; finish; }
+  dpkg-deb --fsys-tarfile "$image/old.deb" | tar -xO ./root/quenvarile > "$run/quenvarile_ota"
+  want_old=$(sha256sum < "$QV_NEW_DAEMON" | cut -d' ' -f1)
+  want_new=$(sha256sum < "$run/quenvarile_ota" | cut -d' ' -f1)
+  transfer=$(( $(stat -c %s "$run/quenvarile_ota") / 11520 + 6 ))
+  cuts=()
+  for k in 1 2 3 4 5 6; do cuts+=("step$k"); done
+  for _ in $(seq 1 "${BOARD_CUTS:-20}"); do cuts+=("at$(( RANDOM % (transfer * 10) ))"); done
+  main_run=$run
+  tally=""
+  for cut in "${cuts[@]}"; do
+    run=$main_run/$cut
+    mkdir -p "$run"
+    cp "$after_update" "$run/disk.qcow2"
+    cp "$main_run/quenvarile_ota" "$run/"
+    board_start "$run" || { fail "$cut: no power-on"; continue; }
+    daemon_up >/dev/null || { fail "$cut: no daemon at boot"; board_kill "$run"; continue; }
+    if [[ $cut == step* ]]; then
+      board_run "$run" "mkdir -p /run/systemd/system/quenvarile.service.d && printf '[Service]\\nEnvironment=QV_SANDBOX_UPDATE_CUT_AFTER=${cut#step}\\n' > /run/systemd/system/quenvarile.service.d/cut.conf && systemctl daemon-reload && systemctl restart quenvarile" >/dev/null \
+        || fail "$cut: the daemon was not restarted with the cut"
+      mark=$(wc -l < "$run/console.log")
+      for _ in $(seq 1 120); do
+        tail -n +"$mark" "$run/console.log" | grep -aq 'velquare_audioprocess_init ok' && break; sleep 0.5
+      done
+    fi
+    host_directions 2 >/dev/null
+    (cd "$run" && exec "$QV_PACED_SB" "$(board_host_tty "$run")" quenvarile_ota) > "$run/sender.log" 2>&1 &
+    sender=$!
+    if [[ $cut == step* ]]; then
+      board_wait "$run" "ended: exit 86" $((transfer + 60)) || fail "$cut: the daemon did not end after step ${cut#step}"
+    else
+      sleep "$(awk -v t="${cut#at}" 'BEGIN { printf "%.1f", t / 10 }')"
+    fi
+    board_kill "$run"
+    kill "$sender" 2>/dev/null; wait "$sender" 2>/dev/null
+    board_start "$run" || { fail "$cut: no power-on after the cut"; continue; }
+    daemon_up >/dev/null || fail "$cut: no daemon after the cut"
+    got=$(board_run "$run" 'sha256sum /root/quenvarile | cut -d" " -f1')
+    case $got in
+      "$want_old") which=old ;;
+      "$want_new") which=new ;;
+      *) which=BROKEN; fail "$cut: /root/quenvarile is neither the old nor the new executable" ;;
+    esac
+    "$QV_HOST" --device "$(board_host_tty "$run")" --listen 15 > "$run/host.log" 2>&1
+    grep -q '^position' "$run/host.log" || fail "$cut: no position frame after the cut"
+    board_kill "$run"
+    tally="$tally $cut:$which"
+    echo "   cut $cut: /root/quenvarile is the $which executable; $(grep -c '^position' "$run/host.log") position frames"
+  done
+  run=$main_run
   ;;
 realtime)
   seconds=${BOARD_REALTIME_SECONDS:-180}
