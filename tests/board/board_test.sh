@@ -93,7 +93,7 @@ service)
   limit=$(board_run "$run" 'systemctl show -p TimeoutStopUSec --value quenvarile')
   took=$(board_run "$run" 's=$(date +%s%N); systemctl stop quenvarile; e=$(date +%s%N); echo $(( (e - s) / 1000000 ))')
   echo "   systemctl stop: $took ms (the unit's stop time-out: $limit)"
-  left=$(board_run "$run" 'pgrep -l -x "quenvarile|quenvarile-supe"')
+  left=$(board_run "$run" 'pgrep -l quenvarile')
   [ -z "$left" ] || fail "still running after the stop: $left"
   limit_ms=$(awk -v t="$limit" 'BEGIN { v = t + 0; if (t ~ /min/) v *= 60; print v * 1000 }')
   [ -n "$took" ] && [ "$took" -lt "$limit_ms" ] || fail "the stop took $took ms, the time-out is $limit"
@@ -117,7 +117,7 @@ update)
   started=$SECONDS
   (cd "$run" && "$QV_PACED_SB" "$(board_host_tty "$run")" quenvarile_ota) > "$run/sender.log" 2>&1
   status=$?
-  echo "   sb: $(( SECONDS - started )) s for $(stat -c %s "$new") bytes; the board answered: $(head -c 300 "$run/sender.log" | tr '\n' ' ')"
+  echo "   sb: $(( SECONDS - started )) s for $(stat -c %s "$new") bytes; the board's last words: $(tail -n 1 "$run/sender.log" | tail -c 60)"
   [ $status -eq 0 ] || fail "no 'ymodem updata ok' (see $run/sender.log, $run/sb.log)"
   board_wait_off "$run" 120 || fail "the board did not reboot"
   board_start "$run" || { fail "no power-on after the update"; finish; }
@@ -155,9 +155,9 @@ powercut)
     board_start "$run" || { fail "$cut: no power-on"; continue; }
     daemon_up >/dev/null || { fail "$cut: no daemon at boot"; board_kill "$run"; continue; }
     if [[ $cut == step* ]]; then
+      mark=$(wc -l < "$run/console.log")
       board_run "$run" "mkdir -p /run/systemd/system/quenvarile.service.d && printf '[Service]\\nEnvironment=QV_SANDBOX_UPDATE_CUT_AFTER=${cut#step}\\n' > /run/systemd/system/quenvarile.service.d/cut.conf && systemctl daemon-reload && systemctl restart quenvarile" >/dev/null \
         || fail "$cut: the daemon was not restarted with the cut"
-      mark=$(wc -l < "$run/console.log")
       for _ in $(seq 1 120); do
         tail -n +"$mark" "$run/console.log" | grep -aq 'velquare_audioprocess_init ok' && break; sleep 0.5
       done
