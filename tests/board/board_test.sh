@@ -10,7 +10,8 @@
 #              armhf daemon build; the board answers "ymodem updata ok", reboots,
 #              runs the new executable, and keeps the old one as quenvarile_Bak
 #   powercut   the PC's clock: power cuts (SIGKILL to qemu) right after each of the
-#              update's six installation steps and at BOARD_CUTS random moments;
+#              update's six installation steps (BOARD_CUT_STEPS) and at BOARD_CUTS
+#              random moments;
 #              after each the board boots again: /root/quenvarile is the old or the
 #              new executable, byte for byte, and the host receives positions
 #   realtime   deterministic clock (-icount shift=1,sleep=off, one core):
@@ -141,9 +142,11 @@ powercut)
   dpkg-deb --fsys-tarfile "$image/old.deb" | tar -xO ./root/quenvarile > "$run/quenvarile_ota"
   want_old=$(sha256sum < "$QV_NEW_DAEMON" | cut -d' ' -f1)
   want_new=$(sha256sum < "$run/quenvarile_ota" | cut -d' ' -f1)
-  transfer=$(( $(stat -c %s "$run/quenvarile_ota") / 11520 + 6 ))
+  # sb's YMODEM goes at about 2 KB/s on this line (a block, then the answer):
+  # the transfer and installation take about this long.
+  transfer=$(( $(stat -c %s "$run/quenvarile_ota") / 2000 + 10 ))
   cuts=()
-  for k in 1 2 3 4 5 6; do cuts+=("step$k"); done
+  for k in ${BOARD_CUT_STEPS:-1 2 3 4 5 6}; do cuts+=("step$k"); done
   for _ in $(seq 1 "${BOARD_CUTS:-20}"); do cuts+=("at$(( RANDOM % (transfer * 10) ))"); done
   main_run=$run
   tally=""
@@ -166,7 +169,7 @@ powercut)
     (cd "$run" && exec "$QV_PACED_SB" "$(board_host_tty "$run")" quenvarile_ota) > "$run/sender.log" 2>&1 &
     sender=$!
     if [[ $cut == step* ]]; then
-      board_wait "$run" "ended: exit 86" $((transfer + 60)) || fail "$cut: the daemon did not end after step ${cut#step}"
+      board_wait "$run" "ended: exit 86" $((transfer * 4 + 60)) || fail "$cut: the daemon did not end after step ${cut#step}"
     else
       sleep "$(awk -v t="${cut#at}" 'BEGIN { printf "%.1f", t / 10 }')"
     fi
