@@ -35,14 +35,18 @@ int main(int argc, char **argv) {
   fprintf(stderr, "board_paced_sb: sb ended with %d\n", sb);
   std::string seen;
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while (seen.find("ymodem updata ok") == std::string::npos && std::chrono::steady_clock::now() < end) {
+  while (seen.find("ymodem updata ok") == std::string::npos &&
+         std::chrono::steady_clock::now() < end) {
     pollfd p{fd, POLLIN, 0};
     char buf[256];
     const ssize_t n = poll(&p, 1, 200) > 0 ? read(fd, buf, sizeof buf) : 0;
     if (n > 0) seen.append(buf, static_cast<size_t>(n));
   }
   for (unsigned char c : seen) {
-    if (c >= 0x20 && c < 0x7f) putchar(c); else printf("\\x%02x", c);
+    if (c >= 0x20 && c < 0x7f)
+      putchar(c);
+    else
+      printf("\\x%02x", c);
   }
   putchar('\n');
   return sb == 0 && seen.find("ymodem updata ok") != std::string::npos ? 0 : 1;
