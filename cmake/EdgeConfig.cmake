@@ -60,8 +60,11 @@ configure_file(${CMAKE_CURRENT_LIST_DIR}/edge_config.h.in
 # Power-cut seam of the update installation, sandbox builds only: with
 # QV_SANDBOX_UPDATE_CUT_AFTER=<step> in its environment the daemon ends at once
 # after that installation step (src/update/update_install.cpp), so tests can
-# check what a power cut at that moment leaves on disk.
-if(QV_SANDBOX)
+# check what a power cut at that moment leaves on disk. A board build gets it
+# only when asked (-DQV_POWER_CUT_SEAM=ON): the daemon the emulated board's
+# tests send as an update (tests/board), never the package's.
+option(QV_POWER_CUT_SEAM "board build with the update's power-cut seam (emulated board tests)" OFF)
+if(QV_SANDBOX OR QV_POWER_CUT_SEAM)
   add_compile_definitions(QV_UPDATE_POWER_CUT_SEAM=1)
 endif()
 

@@ -11,9 +11,8 @@
 #include <algorithm>
 #include <chrono>
 
-int runPacedSb(const PtyLine &line, int bytesPerSecond, const std::vector<std::string> &args,
-               int timeoutMs, const LineTamper &tamper, const std::function<bool()> &stop,
-               int *stalledMs) {
+int runPacedSb(int lineFd, int bytesPerSecond, const std::vector<std::string> &args, int timeoutMs,
+               const LineTamper &tamper, const std::function<bool()> &stop, int *stalledMs) {
   if (stalledMs) *stalledMs = 0;
   termios raw{};
   cfmakeraw(&raw);
@@ -39,7 +38,7 @@ int runPacedSb(const PtyLine &line, int bytesPerSecond, const std::vector<std::s
     int from, to;
     std::string queue;
     double credit;
-  } dirs[] = {{host, line.hostFd(), {}, 0}, {line.hostFd(), host, {}, 0}};
+  } dirs[] = {{host, lineFd, {}, 0}, {lineFd, host, {}, 0}};
   for (const Direction &d : dirs) fcntl(d.from, F_SETFL, fcntl(d.from, F_GETFL) | O_NONBLOCK);
   const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
   auto last = std::chrono::steady_clock::now();

@@ -16,6 +16,7 @@
 #include "support/daemon_process.h"
 #include "support/eventually.h"
 #include "support/paced_line.h"
+#include "support/pty_line.h"
 #include "update/update_install.h"
 #include "update/ymodem.h"
 #include "update/ymodem_protocol.h"
@@ -52,8 +53,8 @@ TEST_P(PacedUpdate, SbInstallsExactlyTheFileSent) {
     line.send({0x81, 0x01, 0x0e, 0x7f, 0x00, 0xff});  // update
     ASSERT_TRUE(daemon.waitForOutput("wait 10s for ymodem...")) << daemon.out();
     int stalledMs = 0;
-    const int sb = runPacedSb(line, kUartBytesPerSecond, {"--ymodem", "quenvarile_ota"}, 180000, {},
-                              {}, &stalledMs);
+    const int sb = runPacedSb(line.hostFd(), kUartBytesPerSecond, {"--ymodem", "quenvarile_ota"},
+                              180000, {}, {}, &stalledMs);
     const bool answered =
         line.receiveUntil("ymodem updata ok", 30000).find("ymodem updata ok") != std::string::npos;
     const bool installed = box.read("root/quenvarile") == payload;
@@ -129,7 +130,8 @@ TEST_P(LineNoise, EveryRunInstallsTheFileSentOrNothing) {
              velquare_ymodem_threads_running() == 0 && sharedLoad(gHostCtrl.isUpdating) == 0;
     };
     // sb may go on after a refusal: it is stopped once the receiver has answered.
-    runPacedSb(line, kUartBytesPerSecond, {"--ymodem", "quenvarile_ota"}, 30000, tamper, ended);
+    runPacedSb(line.hostFd(), kUartBytesPerSecond, {"--ymodem", "quenvarile_ota"}, 30000, tamper,
+               ended);
     starter.join();
     ASSERT_TRUE(eventually(ended, 15000));
     const Bytes answer = line.receiveAll();

@@ -1,0 +1,211 @@
+#!/usr/bin/env bash
+# The board emulated whole (scripts/board-image under qemu-system-arm): one
+# case per run, named by the first argument.
+#
+#   boot       the PC's clock: the unit starts supervisor and daemon at boot; the
+#              host receives the talker's direction within 2 degrees, and no other
+#   service    the PC's clock: systemctl stop ends supervisor and daemon within the
+#              unit's stop time-out; systemctl start brings both back
+#   update     the PC's clock: sb --ymodem, paced at 11,520 B/s, sends another
+#              armhf daemon build; the board answers "ymodem updata ok", reboots,
+#              runs the new executable, and keeps the old one as quenvarile_Bak
+#   powercut   the PC's clock: power cuts (SIGKILL to qemu) right after each of the
+#              update's six installation steps (BOARD_CUT_STEPS) and at BOARD_CUTS
+#              random moments;
+#              after each the board boots again: /root/quenvarile is the old or the
+#              new executable, byte for byte, and the host receives positions
+#   realtime   deterministic clock (-icount shift=1,sleep=off, one core):
+#              BOARD_REALTIME_SECONDS (default 180) of the board's own time
+#              without an overrun or a full ring in the daemon's log
+#
+# Environment (set by tests/board/CMakeLists.txt): QV_HOST (quenvarile-host),
+# QV_PACED_SB (board_paced_sb), QV_NEW_DAEMON (the other armhf daemon),
+# BOARD_RUN (scratch directory).
+set -uo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+repo=$(cd "$here/../.." && pwd)
+# shellcheck source=../../scripts/board-lib.sh
+. "$repo/scripts/board-lib.sh"
+case_name=${1:?which case}
+run=${BOARD_RUN:-$repo/build/board-vm/run}/$case_name
+image=$(board_image_dir)
+angle=$(cat "$image/angle")
+failures=0
+
+fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
+finish() {
+  board_kill "$run"
+  if [ $failures -ne 0 ]; then
+    echo "-- last console lines ($run/console.log):"
+    tr -d '\r' < "$run/console.log" 2>/dev/null | tail -n 40
+    echo "board $case_name: FAILED ($failures)"; exit 1
+  fi
+  echo "board $case_name: passed"; exit 0
+}
+# A test killed on its time-out leaves no machine running.
+trap 'board_kill "$run"' EXIT
+trap 'exit 1' TERM INT
+board_check_qemu || { echo "FAIL: the emulated board cannot run (see above)"; exit 1; }
+rm -rf "$run"
+mkdir -p "$run"
+
+# The daemon is up when the unit runs and the daemon, the supervisor's child,
+# has opened its audio; prints the daemon's pid.
+daemon_up() {
+  board_wait "$run" 'velquare_audioprocess_init ok' "${1:-300}" || return 1
+  board_run "$run" 'sup=$(systemctl show -p MainPID --value quenvarile); [ "$(cat /proc/$sup/comm)" = quenvarile-supe ] && pgrep -P "$sup" -x quenvarile'
+}
+
+# Host listens SECONDS: each direction seen, one per line.
+host_directions() {
+  "$QV_HOST" --device "$(board_host_tty "$run")" --listen "$1" > "$run/host.log" 2>&1
+  sed -n 's/^position [0-9]*: \(-\{0,1\}[0-9]*\) degrees$/\1/p' "$run/host.log"
+}
+
+case $case_name in
+boot)
+  board_start "$run" || { fail "no power-on"; finish; }
+  # The host listens from power-on; each line carries its time since then.
+  start=$(cat "$run/power-on")
+  "$QV_HOST" --device "$(board_host_tty "$run")" --listen 200 > >(while IFS= read -r line; do
+    awk -v s="$start" -v n="$EPOCHREALTIME" -v l="$line" 'BEGIN { printf "%.1f %s\n", n - s, l }'
+  done > "$run/host-boot.log") 2>&1 &
+  listener=$!
+  pid=$(daemon_up) || fail "the daemon did not start under the supervisor at boot"
+  echo "   daemon pid $pid under quenvarile-supervise; $(grep -a -m1 'compile time' "$run/console.log" | tr -d '\r')"
+  grep -aq "don't create wdg proc" "$run/console.log" || fail "no 'don't create wdg proc' (no GPIO on this board)"
+  for _ in $(seq 1 120); do grep -q degrees "$run/host-boot.log" && break; sleep 1; done
+  sleep 30
+  kill "$listener" 2>/dev/null; wait "$listener" 2>/dev/null; sleep 0.5
+  echo "   power-on to the first position frame: $(awk '/position/ { print $1; exit }' "$run/host-boot.log") s," \
+       "to the first direction: $(awk '/degrees/ { print $1; exit }' "$run/host-boot.log") s (PC clock)"
+  seen=$(sed -n 's/^[0-9.]* position [0-9]*: \(-\{0,1\}[0-9]*\) degrees$/\1/p' "$run/host-boot.log")
+  if [ -z "$seen" ]; then
+    fail "no direction within 150 s of power-on"
+  else
+    off=$(awk -v a="$angle" '{ d = $1 - a; if (d > 2 || d < -2) print $1 }' <<<"$seen" | sort -u | tr '\n' ' ')
+    [ -z "$off" ] || fail "directions other than $angle +-2 degrees: $off"
+    echo "   host: $(wc -l <<<"$seen") directions: $(sort -n <<<"$seen" | uniq -c | tr -s ' \n' ' ')"
+  fi
+  ;;
+service)
+  board_start "$run" || { fail "no power-on"; finish; }
+  daemon_up >/dev/null || { fail "the daemon did not start at boot"; finish; }
+  limit=$(board_run "$run" 'systemctl show -p TimeoutStopUSec --value quenvarile')
+  took=$(board_run "$run" 's=$(date +%s%N); systemctl stop quenvarile; e=$(date +%s%N); echo $(( (e - s) / 1000000 ))')
+  echo "   systemctl stop: $took ms (the unit's stop time-out: $limit)"
+  left=$(board_run "$run" 'pgrep -l quenvarile')
+  [ -z "$left" ] || fail "still running after the stop: $left"
+  limit_ms=$(awk -v t="$limit" 'BEGIN { v = t + 0; if (t ~ /min/) v *= 60; print v * 1000 }')
+  [ -n "$took" ] && [ "$took" -lt "$limit_ms" ] || fail "the stop took $took ms, the time-out is $limit"
+  board_run "$run" 'journalctl -u quenvarile -o cat | grep -i "timed out\|SIGKILL"' && fail "systemd had to kill"
+  board_run "$run" 'systemctl start quenvarile' || fail "systemctl start failed"
+  for _ in $(seq 1 60); do
+    board_run "$run" 'sup=$(systemctl show -p MainPID --value quenvarile); pgrep -P "$sup" -x quenvarile' >/dev/null && break
+    sleep 1
+  done
+  board_run "$run" 'sup=$(systemctl show -p MainPID --value quenvarile); echo "   after start: supervisor $sup, daemon $(pgrep -P "$sup" -x quenvarile)"; pgrep -P "$sup" -x quenvarile >/dev/null' \
+    || fail "systemctl start did not bring supervisor and daemon back"
+  ;;
+update)
+  new=$run/quenvarile_ota
+  cp "$QV_NEW_DAEMON" "$new"
+  dpkg-deb --fsys-tarfile "$image/old.deb" | tar -xO ./root/quenvarile > "$run/old"
+  cmp -s "$run/old" "$new" && { fail "the new daemon is the installed one"; finish; }
+  board_start "$run" || { fail "no power-on"; finish; }
+  daemon_up >/dev/null || { fail "the daemon did not start at boot"; finish; }
+  host_directions 3 >/dev/null  # the line is open and reporting
+  started=$SECONDS
+  (cd "$run" && "$QV_PACED_SB" "$(board_host_tty "$run")" quenvarile_ota) > "$run/sender.log" 2>&1
+  status=$?
+  echo "   sb: $(( SECONDS - started )) s for $(stat -c %s "$new") bytes; the board's last words: $(tail -n 1 "$run/sender.log" | tail -c 60)"
+  [ $status -eq 0 ] || fail "no 'ymodem updata ok' (see $run/sender.log, $run/sb.log)"
+  board_wait_off "$run" 120 || fail "the board did not reboot"
+  board_start "$run" || { fail "no power-on after the update"; finish; }
+  daemon_up >/dev/null || fail "no daemon after the update's reboot"
+  sums=$(board_run "$run" 'sha256sum /root/quenvarile /root/quenvarile_Bak /proc/$(pgrep -x quenvarile)/exe | cut -d" " -f1')
+  want_new=$(sha256sum < "$new" | cut -d' ' -f1)
+  want_old=$(sha256sum < "$run/old" | cut -d' ' -f1)
+  [ "$(sed -n 1p <<<"$sums")" = "$want_new" ] || fail "/root/quenvarile is not the file sent"
+  [ "$(sed -n 2p <<<"$sums")" = "$want_old" ] || fail "/root/quenvarile_Bak is not the old executable"
+  [ "$(sed -n 3p <<<"$sums")" = "$want_new" ] || fail "the running daemon is not the new executable"
+  echo "   after the reboot: $(grep -a -m1 'compile time' "$run/console.log" | tr -d '\r')"
+  ;;
+powercut)
+  # From the update case's disk: its daemon (with the power-cut seam) receives,
+  # the package's daemon is sent back. Cuts right after each installation step
+  # (the seam ends the daemon there; the supervisor's line on the console
+  # marks it) and at BOARD_CUTS (default 20) random moments of the transfer
+  # and installation. After each cut the board boots again.
+  after_update=${BOARD_RUN:-$repo/build/board-vm/run}/update/disk.qcow2
+  [ -f "$after_update" ] || { fail "no disk from the update case ($after_update)"; finish; }
+  dpkg-deb --fsys-tarfile "$image/old.deb" | tar -xO ./root/quenvarile > "$run/quenvarile_ota"
+  want_old=$(sha256sum < "$QV_NEW_DAEMON" | cut -d' ' -f1)
+  want_new=$(sha256sum < "$run/quenvarile_ota" | cut -d' ' -f1)
+  # sb's YMODEM goes at about 2 KB/s on this line (a block, then the answer):
+  # the transfer and installation take about this long.
+  transfer=$(( $(stat -c %s "$run/quenvarile_ota") / 2000 + 10 ))
+  cuts=()
+  for k in ${BOARD_CUT_STEPS:-1 2 3 4 5 6}; do cuts+=("step$k"); done
+  for _ in $(seq 1 "${BOARD_CUTS:-20}"); do cuts+=("at$(( RANDOM % (transfer * 10) ))"); done
+  main_run=$run
+  tally=""
+  for cut in "${cuts[@]}"; do
+    run=$main_run/$cut
+    mkdir -p "$run"
+    cp "$after_update" "$run/disk.qcow2"
+    cp "$main_run/quenvarile_ota" "$run/"
+    board_start "$run" || { fail "$cut: no power-on"; continue; }
+    daemon_up >/dev/null || { fail "$cut: no daemon at boot"; board_kill "$run"; continue; }
+    if [[ $cut == step* ]]; then
+      mark=$(wc -l < "$run/console.log")
+      board_run "$run" "mkdir -p /run/systemd/system/quenvarile.service.d && printf '[Service]\\nEnvironment=QV_SANDBOX_UPDATE_CUT_AFTER=${cut#step}\\n' > /run/systemd/system/quenvarile.service.d/cut.conf && systemctl daemon-reload && systemctl restart quenvarile" >/dev/null \
+        || fail "$cut: the daemon was not restarted with the cut"
+      for _ in $(seq 1 120); do
+        tail -n +"$mark" "$run/console.log" | grep -aq 'velquare_audioprocess_init ok' && break; sleep 0.5
+      done
+    fi
+    host_directions 2 >/dev/null
+    (cd "$run" && exec "$QV_PACED_SB" "$(board_host_tty "$run")" quenvarile_ota) > "$run/sender.log" 2>&1 &
+    sender=$!
+    if [[ $cut == step* ]]; then
+      board_wait "$run" "ended: exit 86" $((transfer * 4 + 60)) || fail "$cut: the daemon did not end after step ${cut#step}"
+    else
+      sleep "$(awk -v t="${cut#at}" 'BEGIN { printf "%.1f", t / 10 }')"
+    fi
+    board_kill "$run"
+    kill "$sender" 2>/dev/null; wait "$sender" 2>/dev/null
+    board_start "$run" || { fail "$cut: no power-on after the cut"; continue; }
+    daemon_up >/dev/null || fail "$cut: no daemon after the cut"
+    got=$(board_run "$run" 'sha256sum /root/quenvarile | cut -d" " -f1')
+    case $got in
+      "$want_old") which=old ;;
+      "$want_new") which=new ;;
+      *) which=BROKEN; fail "$cut: /root/quenvarile is neither the old nor the new executable" ;;
+    esac
+    "$QV_HOST" --device "$(board_host_tty "$run")" --listen 15 > "$run/host.log" 2>&1
+    grep -q '^position' "$run/host.log" || fail "$cut: no position frame after the cut"
+    board_kill "$run"
+    tally="$tally $cut:$which"
+    echo "   cut $cut: /root/quenvarile is the $which executable; $(grep -c '^position' "$run/host.log") position frames"
+  done
+  run=$main_run
+  ;;
+realtime)
+  seconds=${BOARD_REALTIME_SECONDS:-180}
+  board_start "$run" -icount shift=1,sleep=off || { fail "no power-on"; finish; }
+  daemon_up 900 >/dev/null || { fail "the daemon did not start at boot"; finish; }
+  t0=$(board_run "$run" 'cut -d. -f1 /proc/uptime')
+  started=$SECONDS
+  while :; do
+    now=$(board_run "$run" 'cut -d. -f1 /proc/uptime' 600) || { fail "the guest shell stopped answering"; break; }
+    [ $((now - t0)) -ge "$seconds" ] && break
+    sleep 10
+  done
+  echo "   $seconds s of the board's time (deterministic clock, shift=1) took $(( SECONDS - started )) s on the PC"
+  bad=$(tr -d '\r' < "$run/console.log" | grep -a -i -E 'overrun|audio is full|xrun' | head -n 5)
+  [ -z "$bad" ] || fail "the daemon fell behind: $bad"
+  ;;
+*) echo "unknown case $case_name"; exit 2 ;;
+esac
+finish
