@@ -74,8 +74,7 @@ TEST(NoiseTracker, FirstUpdateCopiesTheFlooredEnergiesAndBinPowers) {
     ASSERT_EQ(t.chanNoise[i], want) << i;
   }
   for (int k = 0; k < 500; ++k) ASSERT_EQ(t.binNoise[k], k % 2 ? 0.0001f : p[k]) << k;
-  EXPECT_EQ(t.firstFrame, 0);
-  EXPECT_EQ(t.frameCount, 1u);
+  EXPECT_TRUE(t.firstFrame == 0 && t.frameCount == 1u);
 }
 
 // Update decision and hysteresis, one frame from a given state. Channels 1..loud
@@ -117,6 +116,18 @@ TEST(NoiseTracker, UpdateDecisionAndHysteresis) {
     EXPECT_EQ(t.forcedUpdate, r.wantForced);
     const float moved = static_cast<float>(0.1 * t.chanEnergy[1] + 0.9 * r.noise);
     EXPECT_EQ(t.chanNoise[1], r.wantUpdate ? moved : r.noise);
+  }
+}
+
+// Long-term levels: alpha = 0.99 - 0.0245 (50 - 10 log10 tce), at most 0.99.
+TEST(NoiseTracker, LongTermLevelsAverageSlowestWhenLoud) {
+  for (float e : {1e3f, 1e5f, 1e7f}) {  // tce 1.6e4 (alpha 0.80), 1.6e6 and 1.6e8 (0.99)
+    float en[22];
+    for (float &x : en) x = e;
+    NoiseTracker t = primed(en, 1.0f, false);
+    const double a = std::fmin(0.99, 0.99 - 0.0245 * (50 - 10 * std::log10(16.0 * e)));
+    noiseTrackerUpdate(&t, en, nullptr);
+    EXPECT_NEAR(t.chanEnergyDb[0] - 10 * std::log10(e), 30 * a, 1e-3) << e;
   }
 }
 
@@ -162,8 +173,10 @@ TEST(FrameAnalysis, BinPowersSumAllMicrophonesAndBandEnergiesComeFromTheFirst) {
     ASSERT_NEAR(est->binPower[k], 204 * unit, 1e-4 * 204 * unit) << k;
     ASSERT_NEAR(est->binPowerSmooth[k], 0.2 * 204 * unit, 1e-4 * 204 * unit) << k;
   }
+  const int edge[18] = {20,  36,  52,  68,  84,  100, 118, 136, 156,
+                        178, 202, 230, 262, 298, 338, 382, 430, 462};
   for (int b = 0; b < 17; ++b) {
-    const double width = ORIEN_BAND_EDGE[b + 1] - ORIEN_BAND_EDGE[b];
+    const double width = edge[b + 1] - edge[b];
     ASSERT_NEAR(est->bandEnergy[b], width * unit, 1e-4 * width * unit) << b;
     ASSERT_NEAR(est->bandEnergyRing[est->ringCursor][b], 0.2 * width * unit, 1e-4 * width * unit);
   }
