@@ -19,7 +19,7 @@
 #              without an overrun or a full ring in the daemon's log
 #
 # Environment (set by tests/board/CMakeLists.txt): QV_HOST (quenvarile-host),
-# QV_PACED_SB (board_paced_sb), QV_NEW_DAEMON (the other armhf daemon),
+# QV_PACED_SB (quenvarile-paced-sb), QV_NEW_DAEMON (the other armhf daemon),
 # BOARD_RUN (scratch directory).
 set -uo pipefail
 here=$(cd "$(dirname "$0")" && pwd)

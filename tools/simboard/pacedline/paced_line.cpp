@@ -1,4 +1,4 @@
-#include "support/paced_line.h"
+#include "paced_line.h"
 
 #include <fcntl.h>
 #include <poll.h>

@@ -3,7 +3,7 @@
 // the board's 115200-baud line, then the board's answer. Exit status 0 when
 // the board answered "ymodem updata ok"; what came back is printed.
 //
-//   board_paced_sb TTY FILE
+//   quenvarile-paced-sb TTY FILE
 #include <fcntl.h>
 #include <poll.h>
 #include <termios.h>
@@ -13,11 +13,11 @@
 #include <cstdio>
 #include <string>
 
-#include "support/paced_line.h"
+#include "paced_line.h"
 
 int main(int argc, char **argv) {
   if (argc != 3) {
-    fputs("usage: board_paced_sb TTY FILE\n", stderr);
+    fputs("usage: quenvarile-paced-sb TTY FILE\n", stderr);
     return 2;
   }
   const int fd = open(argv[1], O_RDWR | O_NOCTTY);
@@ -32,7 +32,7 @@ int main(int argc, char **argv) {
   const unsigned char update[] = {0x81, 0x01, 0x0e, 0x7f, 0x00, 0xff};
   if (write(fd, update, sizeof update) != sizeof update) return 2;
   const int sb = runPacedSb(fd, kUartBytesPerSecond, {"--ymodem", argv[2]}, 300000);
-  fprintf(stderr, "board_paced_sb: sb ended with %d\n", sb);
+  fprintf(stderr, "quenvarile-paced-sb: sb ended with %d\n", sb);
   std::string seen;
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
   while (seen.find("ymodem updata ok") == std::string::npos &&
