@@ -147,6 +147,31 @@ void firstPass(const RealTransformPlan *plan, const float *in, float *yr, float 
         "d25", "d26", "d27", "d28", "d29", "d30", "d31");
 }
 
+// The part every butterfly of a later pass shares: a, b, c, d loaded along the
+// sequence; q4, q5 = a - c, q6, q7 = b - d, q12, q13 = a + c, q14, q15 = b + d;
+// y0 = (a + c) + (b + d) stored (each pair: real part, imaginary part).
+#define QV_LATER_BUTTERFLY_SUMS_AND_Y0         \
+  "vld1.32 {d8-d9}, [%[ar]], %[inStep]\n"      \
+  "vld1.32 {d10-d11}, [%[ai]], %[inStep]\n"    \
+  "vld1.32 {d12-d13}, [%[ar]], %[inStep]\n"    \
+  "vld1.32 {d14-d15}, [%[ai]], %[inStep]\n"    \
+  "vld1.32 {d16-d17}, [%[ar]], %[inStep]\n"    \
+  "vld1.32 {d18-d19}, [%[ai]], %[inStep]\n"    \
+  "vld1.32 {d20-d21}, [%[ar]], %[inBack]\n"    \
+  "vld1.32 {d22-d23}, [%[ai]], %[inBack]\n"    \
+  "vadd.f32 q12, q4, q8\n"                     \
+  "vsub.f32 q4, q4, q8\n"                      \
+  "vadd.f32 q13, q5, q9\n"                     \
+  "vsub.f32 q5, q5, q9\n"                      \
+  "vadd.f32 q14, q6, q10\n"                    \
+  "vsub.f32 q6, q6, q10\n"                     \
+  "vadd.f32 q15, q7, q11\n"                    \
+  "vsub.f32 q7, q7, q11\n"                     \
+  "vadd.f32 q8, q12, q14\n"                    \
+  "vadd.f32 q9, q13, q15\n"                    \
+  "vst1.32 {d16-d17}, [%[outR]], %[outStep]\n" \
+  "vst1.32 {d18-d19}, [%[outI]], %[outStep]\n"
+
 // A later radix-4 pass: sequence length n, stride s (at least 4), vectors along q.
 template <int n, int s>
 void laterPass(const Twiddle3 *tw, const float *xr, const float *xi, float *yr, float *yi) {
@@ -161,27 +186,7 @@ void laterPass(const Twiddle3 *tw, const float *xr, const float *xi, float *yr, 
     float *outR = yr, *outI = yi;
     int count = s / 4;
     asm volatile(
-        "1:\n"
-        "vld1.32 {d8-d9}, [%[ar]], %[inStep]\n"
-        "vld1.32 {d10-d11}, [%[ai]], %[inStep]\n"
-        "vld1.32 {d12-d13}, [%[ar]], %[inStep]\n"
-        "vld1.32 {d14-d15}, [%[ai]], %[inStep]\n"
-        "vld1.32 {d16-d17}, [%[ar]], %[inStep]\n"
-        "vld1.32 {d18-d19}, [%[ai]], %[inStep]\n"
-        "vld1.32 {d20-d21}, [%[ar]], %[inBack]\n"
-        "vld1.32 {d22-d23}, [%[ai]], %[inBack]\n"
-        "vadd.f32 q12, q4, q8\n"  // a + c
-        "vsub.f32 q4, q4, q8\n"   // a - c
-        "vadd.f32 q13, q5, q9\n"
-        "vsub.f32 q5, q5, q9\n"
-        "vadd.f32 q14, q6, q10\n"  // b + d
-        "vsub.f32 q6, q6, q10\n"   // b - d
-        "vadd.f32 q15, q7, q11\n"
-        "vsub.f32 q7, q7, q11\n"
-        "vadd.f32 q8, q12, q14\n"  // y0
-        "vadd.f32 q9, q13, q15\n"
-        "vst1.32 {d16-d17}, [%[outR]], %[outStep]\n"
-        "vst1.32 {d18-d19}, [%[outI]], %[outStep]\n"
+        "1:\n" QV_LATER_BUTTERFLY_SUMS_AND_Y0
         "vadd.f32 q8, q4, q7\n"  // y1 = t1
         "vsub.f32 q9, q5, q6\n"
         "vst1.32 {d16-d17}, [%[outR]], %[outStep]\n"
@@ -208,27 +213,7 @@ void laterPass(const Twiddle3 *tw, const float *xr, const float *xi, float *yr, 
     int count = s / 4;
     asm volatile(
         "vld1.32 {d0-d2}, [%[tw]]\n"
-        "1:\n"
-        "vld1.32 {d8-d9}, [%[ar]], %[inStep]\n"
-        "vld1.32 {d10-d11}, [%[ai]], %[inStep]\n"
-        "vld1.32 {d12-d13}, [%[ar]], %[inStep]\n"
-        "vld1.32 {d14-d15}, [%[ai]], %[inStep]\n"
-        "vld1.32 {d16-d17}, [%[ar]], %[inStep]\n"
-        "vld1.32 {d18-d19}, [%[ai]], %[inStep]\n"
-        "vld1.32 {d20-d21}, [%[ar]], %[inBack]\n"
-        "vld1.32 {d22-d23}, [%[ai]], %[inBack]\n"
-        "vadd.f32 q12, q4, q8\n"  // a + c
-        "vsub.f32 q4, q4, q8\n"   // a - c
-        "vadd.f32 q13, q5, q9\n"
-        "vsub.f32 q5, q5, q9\n"
-        "vadd.f32 q14, q6, q10\n"  // b + d
-        "vsub.f32 q6, q6, q10\n"   // b - d
-        "vadd.f32 q15, q7, q11\n"
-        "vsub.f32 q7, q7, q11\n"
-        "vadd.f32 q8, q12, q14\n"  // y0
-        "vadd.f32 q9, q13, q15\n"
-        "vst1.32 {d16-d17}, [%[outR]], %[outStep]\n"
-        "vst1.32 {d18-d19}, [%[outI]], %[outStep]\n"
+        "1:\n" QV_LATER_BUTTERFLY_SUMS_AND_Y0
         "vadd.f32 q8, q4, q7\n"  // t1 = (a - c) - j (b - d)
         "vsub.f32 q9, q5, q6\n"
         "vsub.f32 q4, q4, q7\n"  // t3 = (a - c) + j (b - d)
