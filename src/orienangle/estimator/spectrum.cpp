@@ -54,8 +54,6 @@ SharedPlans &sharedPlans() {
 
 }  // namespace
 
-const SpectrumSharedTables &spectrumSharedTables() { return sharedPlans().tables; }
-
 void spectrumTransform(OrienComplex *out, const float *in) {
   kiss_fft_cfg plan = sharedPlans().fft4096;
   kiss_fft_cpx time[ORIEN_FFT_SIZE];

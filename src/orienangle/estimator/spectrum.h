@@ -38,12 +38,10 @@ void spectrumAnalyseBlock(RealTransformPlan *plan, float *history, const float *
 // in increasing bin order; out[17..21] = 0.
 void bandEnergies(float *out, const OrienComplex *spectrum);
 
-// The process-wide tables built with the plans. No estimator stage reads them;
-// exposed for inspection.
+// The process-wide tables built with the plans (no estimator stage reads them).
 struct SpectrumSharedTables {
   float longWindow[ORIEN_AUX_FFT_SIZE];  // sin(pi/2 * sin^2((i+0.5) pi/2 / 1920))^2 / 1.25
   float shortWindow[ORIEN_AUX_WINDOW];   // sin(pi/2 * sin^2((i+0.5) pi/2 / 960))
   float cosineTable[ORIEN_DCT_SIZE *
                     ORIEN_DCT_SIZE];  // cos((i+0.5) j pi / 22), j=0 column * sqrt(1/2)
 };
-const SpectrumSharedTables &spectrumSharedTables();
