@@ -19,9 +19,28 @@ YmodemStep accepted() {
   return s;
 }
 
-YmodemStep damaged() {
-  YmodemStep s = reply(YMODEM_REPLY_NAK);
-  s.damaged = 1;
+// Where a later block begins inside a chunk: an SOH followed by a sequence
+// number and its complement, or by as much of them as the chunk still holds.
+// 0: nowhere.
+int nextBlockAt(const uint8_t *chunk, int len) {
+  for (int i = 1; i < len; ++i) {
+    const bool pairInside = i + 2 < len;
+    if (chunk[i] == kYmodemSoh && (!pairInside || (chunk[i + 1] ^ chunk[i + 2]) == 0xFF)) return i;
+  }
+  return 0;
+}
+
+// A chunk that is not a block. A whole block's length means the line did not
+// go quiet: when a block begins inside it, the sender is already past this
+// fragment (sb runs ahead of the replies, see parseData), so the fragment gets
+// no reply and the reader keeps the new block's bytes. A chunk handed on after
+// quiet, or one with no block inside, is answered with a NAK.
+YmodemStep notABlock(const uint8_t *chunk, int len) {
+  const int next = len == kYmodemBlockBytes ? nextBlockAt(chunk, len) : 0;
+  if (next == 0) return reply(YMODEM_REPLY_NAK);
+  printf("next block at byte %d\n", next);
+  YmodemStep s = reply(YMODEM_REPLY_NONE);
+  s.keepFrom = next;
   return s;
 }
 
@@ -98,18 +117,18 @@ YmodemStep parseData(YmodemFile *file, const uint8_t *block) {
 YmodemStep parseBlock(YmodemFile *file, const uint8_t *block, int len) {
   if (len != kYmodemBlockBytes) {
     printf("err datalen[%d]\n", len);
-    return damaged();
+    return notABlock(block, len);
   }
   const uint16_t computed = velquare_ymodem_crc16(block + kYmodemDataOffset, kYmodemDataBytes);
   const uint16_t received = static_cast<uint16_t>(block[len - 2] << 8 | block[len - 1]);
   printf("retcrc16 : %04x, getcrc16 : %04x \n", computed, received);
   if (computed != received) {
     puts("velquare_Ymodem_parse_soh crc16 err");
-    return damaged();
+    return notABlock(block, len);
   }
   if ((block[kYmodemSeqOffset] ^ block[kYmodemSeqOffset + 1]) != 0xFF) {
     printf("err block number %02x %02x\n", block[kYmodemSeqOffset], block[kYmodemSeqOffset + 1]);
-    return damaged();
+    return notABlock(block, len);
   }
   if (file->expectHeader)
     return block[kYmodemSeqOffset] == 0 ? parseHeader(file, block + kYmodemDataOffset)
@@ -141,7 +160,7 @@ YmodemStep velquare_ymodem_take_chunk(YmodemFile *file, const uint8_t *chunk, in
     s.progress = 1;
     return s;
   }
-  return damaged();  // also STX: 1024-byte blocks are not taken
+  return notABlock(chunk, len);  // also STX: 1024-byte blocks are not taken
 }
 
 int velquare_ymodem_file_complete(const YmodemFile *file) {

@@ -37,7 +37,7 @@ struct YmodemStep {
   YmodemReply reply;
   YmodemEnd end;
   int progress;         // 1: resets the idle time-out
-  int damaged;          // 1: not a block; the line goes quiet before the NAK
+  int keepFrom;         // > 0: the next block begins at this byte of the chunk
   int headerTaken;      // 1: the update file's header was accepted
   const uint8_t *data;  // bytes to append to the file (inside the chunk)
   uint32_t dataLen;
@@ -45,7 +45,8 @@ struct YmodemStep {
 
 void velquare_ymodem_file_reset(YmodemFile *file);
 
-// Acts on one chunk from the line (len >= 1 bytes; a block is exactly 133).
+// Acts on one chunk from the line (len >= 1 bytes; a block is exactly 133;
+// a shorter chunk is one the reader handed on after the line went quiet).
 YmodemStep velquare_ymodem_take_chunk(YmodemFile *file, const uint8_t *chunk, int len);
 
 // 1 when exactly the announced number of bytes (at least one) was received

@@ -1,9 +1,11 @@
 // The YMODEM receiver's three threads. The protocol thread answers the
 // sender and writes the file; the block reader collects raw blocks from the
 // link and hands them over through the block-ready word; the time-out thread
-// fails the transfer after a few seconds without progress. No locks: each
-// shared word has one writer, except stage and idle seconds, which the
-// protocol and time-out threads both write.
+// fails the transfer after a few seconds without progress. No locks: the
+// block buffer and its length belong to the reader while block-ready is 0 and
+// to the protocol thread while it is 1; every other shared word has one
+// writer, except stage and idle seconds, which the protocol and time-out
+// threads both write.
 #include <fcntl.h>
 #include <pthread.h>
 #include <unistd.h>
@@ -35,8 +37,6 @@ constexpr useconds_t kReaderBetweenCallsUs = 5000;
 // (11.5 ms at 115200 baud): a sender that sends every block twice (sb) must
 // not build up a backlog in the line's buffers.
 constexpr useconds_t kProtocolTurnUs = 2000;
-constexpr int kQuietLineMs =
-    20;  // a sender waiting for our reply: longer than any gap inside a block
 
 struct YmodemContext {
   uint32_t stage;
@@ -87,31 +87,20 @@ void appendToFile(const uint8_t *data, uint32_t len) {
   }
 }
 
-// After a chunk that was not a block, whatever the sender still has on the
-// way (the rest of a block, its repeat) is read and dropped until the line is
-// quiet, so that the next chunk starts at the sender's next block. The
-// reader does not read meanwhile: it waits for the block-ready word.
-void resynchronise() {
-  uint8_t scratch[kYmodemBlockBytes];
-  for (int quietMs = 0; quietMs < kQuietLineMs && running();) {
-    if (ctx.recv(scratch, sizeof scratch) > 0) {
-      quietMs = 0;
-    } else {
-      usleep(1000);
-      ++quietMs;
-    }
-  }
-}
-
+// Runs while the reader waits for the block-ready word, so the block buffer
+// is this thread's: the bytes of a block that began inside the chunk are moved
+// to its start, and blockLen tells the reader how many it holds.
 void takeBlock() {
   const YmodemStep s = velquare_ymodem_take_chunk(&ctx.file, ctx.block, ctx.blockLen);
   if (s.headerTaken) unlink(kUpdateOtaPath);  // left over from an earlier try
   if (s.dataLen > 0) appendToFile(s.data, s.dataLen);
-  if (s.damaged) resynchronise();
   sendReply(s.reply);
   if (s.progress) sharedStore(ctx.idleSeconds, 0);
   if (s.end == YMODEM_CLOSED) sharedStore(ctx.stage, kStageFinished);
   if (s.end == YMODEM_BROKEN) sharedStore(ctx.stage, kStageFailed);
+  const int kept = s.keepFrom > 0 ? ctx.blockLen - s.keepFrom : 0;
+  memmove(ctx.block, ctx.block + s.keepFrom, static_cast<size_t>(kept));
+  ctx.blockLen = kept;
 }
 
 // Only a file of exactly the announced size, written without error, is
@@ -155,16 +144,13 @@ void *protocolThread(void *) {
 }
 
 // Asks only for the bytes the block still lacks, so a chunk never runs into
-// the next block.
+// the next block; a chunk may start with bytes the protocol thread kept from
+// the one before.
 void *readerThread(void *) {
   pthread_detach(pthread_self());
   int got = 0;
   int calls = 0;
   while (running()) {
-    if (sharedLoad(ctx.blockReady)) {
-      usleep(kReaderWaitReadyUs);
-      continue;
-    }
     const int n = ctx.recv(ctx.block + got, kYmodemBlockBytes - got);
     if (n > 0) got += n;
     calls = n > 0 ? 1 : got > 0 ? calls + 1 : 0;
@@ -180,7 +166,9 @@ void *readerThread(void *) {
     printf("recv data[%d]\n", got);
     ctx.blockLen = got;
     sharedStore(ctx.blockReady, 1);
-    got = calls = 0;
+    while (sharedLoad(ctx.blockReady) && running()) usleep(kReaderWaitReadyUs);
+    got = sharedLoad(ctx.blockReady) ? 0 : ctx.blockLen;
+    calls = got > 0 ? 1 : 0;
   }
   if (got > 0) printf("recv all data [%d]\n", got);
   threadEnds();

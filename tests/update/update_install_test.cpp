@@ -60,15 +60,16 @@ std::vector<Script> scripts() {
     return rest;
   };
   return {
-      {"line faults: header again, flipped bit, SOH as 0x04, a lost byte, block again",
+      {"line faults: header again, flipped bit, block again, SOH as 0x04, a lost or an extra "
+       "byte with the repeat right behind, a block cut short",
        opening({{ota, kAckC},
                 {changed(b1, 40, static_cast<char>(b1[40] ^ 8)), kNak},
                 {b1, kAckC},
                 {b1, kAckC},
                 {changed(b2, 0, kYmodemEot), kNak},
-                {b2, kAckC},
+                {std::string(b2).erase(50, 1) + b2, kAckC},
                 {b3.substr(0, 132), kNak},
-                {b3, kAckC}},
+                {std::string(b3).insert(70, 1, 'i') + b3, kNak + kAckC}},
                tail),
        kOk},
       {"a shell command as the name",
@@ -83,7 +84,9 @@ std::vector<Script> scripts() {
       {"flipped bit, then the next block",
        opening({{changed(b1, 90, static_cast<char>(b1[90] ^ 1)), kNak}, {b2, ""}}), kErr},
       {"sender stops mid-block", opening({{b1.substr(0, 60), kNak}}), kErr},
-      {"1024-byte blocks", opening({{"\x02\x01\xfe" + std::string(1026, 'k'), kNak}}), kErr},
+      // A NAK for each block's length of it.
+      {"1024-byte blocks",
+       opening({{"\x02\x01\xfe" + std::string(1026, 'k'), std::string(8, kNak[0])}}), kErr},
   };
 }
 
@@ -207,7 +210,8 @@ TEST(UpdateLog, EachLineAsTheOperatorsKnowIt) {
   const std::string b1 = ymodemBlock(1, "a"), b3 = ymodemBlock(3, "c");
   const std::string badSeq = changed(ota, 2, 0), data = "parse SOH filedata\n";
   const std::pair<std::string, std::string> chunks[] = {
-      {"\x01..", "err datalen[3]\n"},
+      {"\x01.\x01", "err datalen[3]\n"},
+      {"x" + b1.substr(0, 132), "next block at byte 1\n"},
       {other, crc(other) + "ymodem update filename(other) is not quenvarile_ota\n"},
       {changed(ota, 132, 0),
        std::string(crc(ota)).replace(30, 2, "00") + "velquare_Ymodem_parse_soh crc16 err\n"},
