@@ -17,6 +17,12 @@
 #   realtime   deterministic clock (-icount shift=1,sleep=off, one core):
 #              BOARD_REALTIME_SECONDS (default 180) of the board's own time
 #              without an overrun or a full ring in the daemon's log
+#   signed     the PC's clock: with a key installed after boot, an unsigned armhf
+#              executable is refused; a signed daemon build is installed, runs
+#              after the reboot and is kept after the supervisor's confirmation time
+#   rollback   the PC's clock: a signed update that exits at once is installed;
+#              after its reboot the supervisor puts the old daemon back, keeps the
+#              failed file, and the host receives positions again
 #
 # Environment (set by tests/board/CMakeLists.txt): QV_HOST (quenvarile-host),
 # QV_PACED_SB (quenvarile-paced-sb), QV_NEW_DAEMON (the other armhf daemon),
@@ -205,6 +211,68 @@ realtime)
   echo "   $seconds s of the board's time (deterministic clock, shift=1) took $(( SECONDS - started )) s on the PC"
   bad=$(tr -d '\r' < "$run/console.log" | grep -a -i -E 'overrun|audio is full|xrun' | head -n 5)
   [ -z "$bad" ] || fail "the daemon fell behind: $bad"
+  ;;
+signed)
+  # A key pair made now; its public key goes into the key directory that the
+  # daemon names at start-up, after boot. An unsigned armhf executable is then
+  # refused; the signed daemon build is installed and, once the supervisor's
+  # confirmation time (the unit's default, 60 s) has passed, kept.
+  minisign -G -W -p "$run/update.pub" -s "$run/update.key" >/dev/null || { fail "no key pair"; finish; }
+  "$repo/scripts/sign-update" "$run/update.key" "$QV_NEW_DAEMON" "$run/signed" || { fail "not signed"; finish; }
+  printf 'int main(void) { return 0; }\n' | arm-linux-gnueabihf-gcc -x c -o "$run/unsigned" - || { fail "no armhf program"; finish; }
+  board_start "$run" || { fail "no power-on"; finish; }
+  daemon_up >/dev/null || { fail "the daemon did not start at boot"; finish; }
+  keys=$(tr -d '\r' < "$run/console.log" | sed -n 's/^update: no key in \(.*\): updates are not authenticated$/\1/p' | head -n 1)
+  [ -n "$keys" ] || { fail "no start-up line saying updates are not authenticated"; finish; }
+  board_run "$run" "mkdir -p '$keys' && printf '%s\\n' $(sed "s/.*/'&'/" "$run/update.pub" | tr '\n' ' ') > '$keys/update.pub'" \
+    || { fail "the key was not installed"; finish; }
+  old_sum=$(board_run "$run" 'sha256sum /root/quenvarile | cut -d" " -f1')
+  cp "$run/unsigned" "$run/quenvarile_ota"
+  (cd "$run" && "$QV_PACED_SB" "$(board_host_tty "$run")" quenvarile_ota) > "$run/sender-unsigned.log" 2>&1
+  grep -q 'ymodem updata err' "$run/sender-unsigned.log" || fail "the unsigned file got no 'ymodem updata err'"
+  [ "$(board_run "$run" 'sha256sum /root/quenvarile | cut -d" " -f1')" = "$old_sum" ] || fail "the unsigned file changed /root/quenvarile"
+  cp "$run/signed" "$run/quenvarile_ota"
+  (cd "$run" && "$QV_PACED_SB" "$(board_host_tty "$run")" quenvarile_ota) > "$run/sender.log" 2>&1 \
+    || fail "the signed file got no 'ymodem updata ok' (see $run/sender.log)"
+  board_wait_off "$run" 120 || fail "the board did not reboot"
+  board_start "$run" || { fail "no power-on after the update"; finish; }
+  daemon_up >/dev/null || fail "no daemon after the update's reboot"
+  board_wait "$run" 'update kept' 180 || fail "the supervisor did not keep the update"
+  sums=$(board_run "$run" 'sha256sum /root/quenvarile /proc/$(pgrep -x quenvarile)/exe | cut -d" " -f1; ls /root/quenvarile_trial 2>/dev/null')
+  want=$(sha256sum < "$run/signed" | cut -d' ' -f1)
+  [ "$(sed -n 1p <<<"$sums")" = "$want" ] || fail "/root/quenvarile is not the signed file"
+  [ "$(sed -n 2p <<<"$sums")" = "$want" ] || fail "the running daemon is not the signed file"
+  [ -z "$(sed -n 3p <<<"$sums")" ] || fail "the trial mark is still there"
+  echo "   $(tr -d '\r' < "$run/console.log" | grep -a -m1 'update kept')"
+  ;;
+rollback)
+  # A signed update that exits at once is installed; after its reboot the
+  # supervisor puts the old daemon back (one line), keeps the failed file, and
+  # the host receives positions from the old daemon again.
+  minisign -G -W -p "$run/update.pub" -s "$run/update.key" >/dev/null || { fail "no key pair"; finish; }
+  printf 'int main(void) { return 3; }\n' | arm-linux-gnueabihf-gcc -x c -o "$run/bad" - || { fail "no armhf program"; finish; }
+  "$repo/scripts/sign-update" "$run/update.key" "$run/bad" "$run/quenvarile_ota" || { fail "not signed"; finish; }
+  board_start "$run" || { fail "no power-on"; finish; }
+  daemon_up >/dev/null || { fail "the daemon did not start at boot"; finish; }
+  keys=$(tr -d '\r' < "$run/console.log" | sed -n 's/^update: no key in \(.*\): updates are not authenticated$/\1/p' | head -n 1)
+  board_run "$run" "mkdir -p '$keys' && printf '%s\\n' $(sed "s/.*/'&'/" "$run/update.pub" | tr '\n' ' ') > '$keys/update.pub'" \
+    || { fail "the key was not installed"; finish; }
+  old_sum=$(board_run "$run" 'sha256sum /root/quenvarile | cut -d" " -f1')
+  (cd "$run" && "$QV_PACED_SB" "$(board_host_tty "$run")" quenvarile_ota) > "$run/sender.log" 2>&1 \
+    || { fail "the bad update got no 'ymodem updata ok' (see $run/sender.log)"; finish; }
+  board_wait_off "$run" 120 || fail "the board did not reboot"
+  board_start "$run" || { fail "no power-on after the update"; finish; }
+  daemon_up >/dev/null || fail "no daemon after the rollback"
+  rolled=$(tr -d '\r' < "$run/console.log" | grep -a 'update rolled back')
+  [ "$(grep -c . <<<"$rolled")" = 1 ] || fail "not one rollback line: $rolled"
+  echo "   $rolled"
+  sums=$(board_run "$run" 'sha256sum /root/quenvarile /root/quenvarile_failed /proc/$(pgrep -x quenvarile)/exe | cut -d" " -f1; ls /root/quenvarile_trial 2>/dev/null')
+  [ "$(sed -n 1p <<<"$sums")" = "$old_sum" ] || fail "/root/quenvarile is not the old executable"
+  [ "$(sed -n 2p <<<"$sums")" = "$(sha256sum < "$run/quenvarile_ota" | cut -d' ' -f1)" ] || fail "the failed file was not kept"
+  [ "$(sed -n 3p <<<"$sums")" = "$old_sum" ] || fail "the running daemon is not the old executable"
+  [ -z "$(sed -n 4p <<<"$sums")" ] || fail "the trial mark is still there"
+  "$QV_HOST" --device "$(board_host_tty "$run")" --listen 15 > "$run/host.log" 2>&1
+  grep -q '^position' "$run/host.log" || fail "no position frame from the old daemon"
   ;;
 *) echo "unknown case $case_name"; exit 2 ;;
 esac

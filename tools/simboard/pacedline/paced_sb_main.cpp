@@ -35,7 +35,9 @@ int main(int argc, char **argv) {
   fprintf(stderr, "quenvarile-paced-sb: sb ended with %d\n", sb);
   std::string seen;
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  // Either answer ends the wait: "ymodem updata ok" or "ymodem updata err".
   while (seen.find("ymodem updata ok") == std::string::npos &&
+         seen.find("ymodem updata err") == std::string::npos &&
          std::chrono::steady_clock::now() < end) {
     pollfd p{fd, POLLIN, 0};
     char buf[256];
