@@ -222,7 +222,7 @@ signed)
   printf 'int main(void) { return 0; }\n' | arm-linux-gnueabihf-gcc -x c -o "$run/unsigned" - || { fail "no armhf program"; finish; }
   board_start "$run" || { fail "no power-on"; finish; }
   daemon_up >/dev/null || { fail "the daemon did not start at boot"; finish; }
-  keys=$(tr -d '\r' < "$run/console.log" | sed -n 's/^update: no key in \(.*\): updates are not authenticated$/\1/p' | head -n 1)
+  keys=$(tr -d '\r' < "$run/console.log" | sed -n 's/.*update: no key in \(.*\): updates are not authenticated$/\1/p' | head -n 1)
   [ -n "$keys" ] || { fail "no start-up line saying updates are not authenticated"; finish; }
   board_run "$run" "mkdir -p '$keys' && printf '%s\\n' $(sed "s/.*/'&'/" "$run/update.pub" | tr '\n' ' ') > '$keys/update.pub'" \
     || { fail "the key was not installed"; finish; }
@@ -254,7 +254,7 @@ rollback)
   "$repo/scripts/sign-update" "$run/update.key" "$run/bad" "$run/quenvarile_ota" || { fail "not signed"; finish; }
   board_start "$run" || { fail "no power-on"; finish; }
   daemon_up >/dev/null || { fail "the daemon did not start at boot"; finish; }
-  keys=$(tr -d '\r' < "$run/console.log" | sed -n 's/^update: no key in \(.*\): updates are not authenticated$/\1/p' | head -n 1)
+  keys=$(tr -d '\r' < "$run/console.log" | sed -n 's/.*update: no key in \(.*\): updates are not authenticated$/\1/p' | head -n 1)
   board_run "$run" "mkdir -p '$keys' && printf '%s\\n' $(sed "s/.*/'&'/" "$run/update.pub" | tr '\n' ' ') > '$keys/update.pub'" \
     || { fail "the key was not installed"; finish; }
   old_sum=$(board_run "$run" 'sha256sum /root/quenvarile | cut -d" " -f1')
