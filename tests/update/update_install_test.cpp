@@ -7,6 +7,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "common/shared_word.h"
 #include "hostlink/host_protocol.h"
 #include "hostlink/uart.h"
@@ -183,6 +185,9 @@ TEST(SignedUpdate, OnlyAFileSignedByATrustedKeyIsInstalled) {
       {"the trusted comment changed",
        changed(signed1, signed1.find("\ntrusted comment: ") + 18, '#')},
       {"signed the legacy way", kImage + legacy + legacyFooter}};
+  namespace fs = std::filesystem;
+  const auto openFds = [] { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); };
+  const auto fdsBefore = openFds();
   for (const auto &[what, file] : cases) {
     SCOPED_TRACE(what);
     box.write("root/quenvarile", kOld);
@@ -195,6 +200,8 @@ TEST(SignedUpdate, OnlyAFileSignedByATrustedKeyIsInstalled) {
     EXPECT_EQ(access("root/quenvarile_ota", F_OK), -1);
   }
   EXPECT_EQ(box.read("commands.log"), "reboot\n");
+  // The checks leave no descriptor open: a daemon may take many updates.
+  EXPECT_EQ(openFds(), fdsBefore);
 }
 
 // The receiver's console lines, once, exactly: each chunk's output, in the
