@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <thread>
 #include <tuple>
 #include <vector>
@@ -166,6 +167,33 @@ TEST_F(HostProtocolTest, UartOpensTheLineRaw8N1AndNonBlocking) {
       0u);
   uint8_t byte;
   EXPECT_EQ(uartRecv(&byte, 1), -1);  // nothing came: a poll, not a wait
+}
+
+template <class F>
+std::chrono::milliseconds timeOf(F f) {
+  const auto start = std::chrono::steady_clock::now();
+  f();
+  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
+                                                               start);
+}
+
+// A get-position pauses 100 ms only while the line is closed. A wait on a closed
+// line, or on a descriptor closed under it (select refuses it), lasts its time-out
+// and no longer.
+TEST_F(HostProtocolTest, PausesOnAClosedLineLastTheirWholeTime) {
+  for (int opened : {1, 0}) {
+    gHostCtrl.uartOpened = opened;
+    const auto took = timeOf([] { stdoutOf([] { hostExecuteCommand({K::GetPosition, 0, 2}); }); });
+    EXPECT_EQ(took.count() >= 100, opened == 0) << took.count();
+  }
+  int closed[2];
+  ASSERT_EQ(pipe(closed), 0);
+  close(closed[1]), close(closed[0]), uartClose();
+  for (int fd : {-1, closed[0]}) {
+    uartFd = fd;
+    const auto took = timeOf([] { EXPECT_TRUE(uartWaitReadable(1000)); }).count();
+    EXPECT_TRUE(took >= 1000 && took < 1500) << fd << ": " << took;
+  }
 }
 
 // With the device missing the open fails loudly and the position stays

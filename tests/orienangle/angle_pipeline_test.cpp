@@ -107,6 +107,23 @@ TEST_F(AnglePipeline, DigitalSilenceIsTenConsecutiveSamplesWithinOne) {
   }
 }
 
+// Voiced: either probability above 0.5, or three of either half's gains 1..15
+// above 0.5; gain 0 and gains 16..21 do not count, nor do two open in each half.
+TEST(AngleVoiceDecision, ProbabilityOrThreeOpenGainsOfOneHalf) {
+  const float above = std::nextafter(0.5f, 1.0f);
+  const std::tuple<float, float, std::vector<int>, std::vector<int>, float, bool> cases[] = {
+      {0.0f, 0.0f, {}, {}, 1.0f, false},         {0.5f, 0.5f, {1, 2, 3}, {}, 0.5f, false},
+      {above, 0.0f, {}, {}, 1.0f, true},         {0.0f, above, {}, {}, 1.0f, true},
+      {0.0f, 0.0f, {1, 8, 15}, {}, above, true}, {0.0f, 0.0f, {}, {1, 8, 15}, 1.0f, true},
+      {0.0f, 0.0f, {0, 1, 15, 16}, {}, 1.0f, false}, {0.0f, 0.0f, {2, 9}, {3, 14}, 1.0f, false}};
+  for (const auto &[p1, p2, open1, open2, gain, voiced] : cases) {
+    float g[2][PIPE_DENOISE_GAINS] = {};
+    for (int i : open1) g[0][i] = gain;
+    for (int i : open2) g[1][i] = gain;
+    EXPECT_EQ(angleVoiced(p1, p2, g[0], g[1]), voiced) << p1 << " " << p2 << " " << open1.size();
+  }
+}
+
 // Frames 1..4 after a decision only record; the fifth runs the loudspeaker test,
 // which suspends (231 and a restart) on more than 16 flagged of the last 50
 // frames with the flag latched; pooling starts on the tenth and leaves flagged

@@ -112,9 +112,10 @@ TEST(VoiceModel, SilentFrameRepeatsTheLastGainsAndIsNotVoice) {
   VoiceModel vm;
   vm.run(makeVoicedSpeech(1.0, kRate, 3));
   float zeros[kFrame] = {};
-  float whisper[kFrame];  // below one LSB RMS: still silent
+  float whisper[kFrame], everyFourth[kFrame];  // below one LSB RMS: still silent
   for (int i = 0; i < kFrame; ++i) whisper[i] = (i % 3 == 0) ? 1.0f : 0.0f;
-  for (const float *in : {zeros, whisper}) {
+  for (int i = 0; i < kFrame; ++i) everyFourth[i] = (i % 4 == 2) ? 1.5f : 0.0f;  // 0.5625
+  for (const float *in : {zeros, whisper, everyFourth}) {
     float out[kBands];
     EXPECT_EQ(rnnoise_process_frame(vm.st, out, in), 0.0f);
     EXPECT_EQ(0, memcmp(out, vm.last, sizeof out));

@@ -82,15 +82,22 @@ int openGains(const float *gains) {
   return open;
 }
 
+}  // namespace
+
+bool angleVoiced(float p1, float p2, const float *gains1, const float *gains2) {
+  return p1 > PIPE_VOICE_PROB || p2 > PIPE_VOICE_PROB || openGains(gains1) >= PIPE_OPEN_GAINS ||
+         openGains(gains2) >= PIPE_OPEN_GAINS;
+}
+
+namespace {
+
 // Voice decision: the voice model on both halves of microphone 0.
 void voiceDecision(OrienAngleEstimator *est, const float *frame) {
   OrienAngleScratch &s = est->scratch;
   const float p1 = rnnoise_process_frame(est->denoiser, s.denoiseOut[0], s.denoiseInput);
   std::memcpy(s.denoiseInput, frame + PIPE_DENOISE_BLOCK, sizeof(float) * PIPE_DENOISE_BLOCK);
   const float p2 = rnnoise_process_frame(est->denoiser, s.denoiseOut[1], s.denoiseInput);
-  const bool voiced = p1 > PIPE_VOICE_PROB || p2 > PIPE_VOICE_PROB ||
-                      openGains(s.denoiseOut[0]) >= PIPE_OPEN_GAINS ||
-                      openGains(s.denoiseOut[1]) >= PIPE_OPEN_GAINS;
+  const bool voiced = angleVoiced(p1, p2, s.denoiseOut[0], s.denoiseOut[1]);
   est->decision.vadFlag[est->frameCursor] = voiced ? 1u : 0u;
 }
 

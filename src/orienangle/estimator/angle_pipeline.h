@@ -27,6 +27,9 @@ float angleFrameProcess(OrienAngleEstimator *est, const float *frameAlias, const
 void angleBandTest(OrienAngleEstimator *est);
 // Bin selection over bins 20..499 (binSelected, binSelectedCount, decision.binHitCount).
 void angleSelectBins(OrienAngleEstimator *est);
+// Voice decision from the voice model's two halves: either probability above
+// 0.5, or three or more of either half's gains 1..15 above 0.5.
+bool angleVoiced(float p1, float p2, const float *gains1, const float *gains2);
 // Ten consecutive samples within +-1 anywhere in the 8 x 960 frame.
 bool angleDigitalSilence(const float *frame);
 // Update gate, pooling, acceptance, smoothing and stale timeout for the frame at
