@@ -181,9 +181,12 @@ std::chrono::milliseconds timeOf(F f) {
 // line, or on a descriptor closed under it (select refuses it), lasts its time-out
 // and no longer.
 TEST_F(HostProtocolTest, PausesOnAClosedLineLastTheirWholeTime) {
+  // The quickest of three runs: a loaded machine may stall any one of them.
   for (int opened : {1, 0}) {
     gHostCtrl.uartOpened = opened;
-    const auto took = timeOf([] { stdoutOf([] { hostExecuteCommand({K::GetPosition, 0, 2}); }); });
+    auto took = std::chrono::milliseconds::max();
+    for (int run = 0; run < 3; ++run)
+      took = std::min(took, timeOf([] { stdoutOf([] { hostExecuteCommand({K::GetPosition, 0, 2}); }); }));
     EXPECT_EQ(took.count() >= 100, opened == 0) << took.count();
   }
   int closed[2];
@@ -192,7 +195,7 @@ TEST_F(HostProtocolTest, PausesOnAClosedLineLastTheirWholeTime) {
   for (int fd : {-1, closed[0]}) {
     uartFd = fd;
     const auto took = timeOf([] { EXPECT_TRUE(uartWaitReadable(1000)); }).count();
-    EXPECT_TRUE(took >= 1000 && took < 1500) << fd << ": " << took;
+    EXPECT_TRUE(took >= 1000 && took < 2000) << fd << ": " << took;
   }
 }
 
