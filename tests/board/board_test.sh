@@ -10,10 +10,10 @@
 #              armhf daemon build; the board answers "ymodem updata ok", reboots,
 #              runs the new executable, and keeps the old one as quenvarile_Bak
 #   powercut   the PC's clock: power cuts (SIGKILL to qemu) right after each of the
-#              update's six installation steps (BOARD_CUT_STEPS) and at BOARD_CUTS
-#              random moments;
-#              after each the board boots again: /root/quenvarile is the old or the
-#              new executable, byte for byte, and the host receives positions
+#              update's seven installation steps (BOARD_CUT_STEPS) and at BOARD_CUTS
+#              (default 20) random moments, chained: the boot after a cut checks it
+#              and starts the next; /root/quenvarile is one of the two executables,
+#              byte for byte, and the host receives positions
 #   realtime   deterministic clock (-icount shift=1,sleep=off, one core):
 #              BOARD_REALTIME_SECONDS (default 180) of the board's own time
 #              without an overrun or a full ring in the daemon's log
@@ -132,64 +132,110 @@ update)
   echo "   after the reboot: $(grep -a -m1 'compile time' "$run/console.log" | tr -d '\r')"
   ;;
 powercut)
-  # From the update case's disk: its daemon (with the power-cut seam) receives,
-  # the package's daemon is sent back. Cuts right after each installation step
-  # (the seam ends the daemon there; the supervisor's line on the console
-  # marks it) and at BOARD_CUTS (default 20) random moments of the transfer
-  # and installation. After each cut the board boots again.
+  # One chain of cuts from the update case's disk: each boot after a cut is
+  # both the check of that cut and the start of the next, so every cut costs
+  # one boot. The board holds one of two executables, the package's daemon (P)
+  # or the update case's build with the power-cut seam (S); each transfer
+  # sends the one not installed. After every cut /root/quenvarile must be P or
+  # S byte for byte and the host must receive a position.
+  #   step cuts (BOARD_CUT_STEPS, default 1 to 7): S, started off trial, gets
+  #     QV_SANDBOX_UPDATE_CUT_AFTER and ends right after that installation
+  #     step (the supervisor's "ended: exit 86" on the console), then qemu is
+  #     killed. After steps 1-5 S is still installed; after 7 (the directory
+  #     flushed) P is; after 6 (the rename, not yet flushed) either may be.
+  #   random cuts (BOARD_CUTS, default 20): at a moment drawn evenly from the
+  #     transfer and installation; old or new are both right, since a cut may
+  #     also fall in an update's trial, which the supervisor may roll back.
+  # A step cut needs S off trial (otherwise the supervisor would roll back
+  # when the seam ends it): a trial is waited out ("update kept").
   after_update=${BOARD_RUN:-$repo/build/board-vm/run}/update/disk.qcow2
   [ -f "$after_update" ] || { fail "no disk from the update case ($after_update)"; finish; }
-  dpkg-deb --fsys-tarfile "$image/old.deb" | tar -xO ./root/quenvarile > "$run/quenvarile_ota"
-  want_old=$(sha256sum < "$QV_NEW_DAEMON" | cut -d' ' -f1)
-  want_new=$(sha256sum < "$run/quenvarile_ota" | cut -d' ' -f1)
-  # sb's YMODEM goes at about 2 KB/s on this line (a block, then the answer):
-  # the transfer and installation take about this long.
-  transfer=$(( $(stat -c %s "$run/quenvarile_ota") / 2000 + 10 ))
-  cuts=()
-  for k in ${BOARD_CUT_STEPS:-1 2 3 4 5 6}; do cuts+=("step$k"); done
-  for _ in $(seq 1 "${BOARD_CUTS:-20}"); do cuts+=("at$(( RANDOM % (transfer * 10) ))"); done
-  main_run=$run
-  tally=""
-  for cut in "${cuts[@]}"; do
-    run=$main_run/$cut
-    mkdir -p "$run"
-    cp "$after_update" "$run/disk.qcow2"
-    cp "$main_run/quenvarile_ota" "$run/"
-    board_start "$run" || { fail "$cut: no power-on"; continue; }
-    daemon_up >/dev/null || { fail "$cut: no daemon at boot"; board_kill "$run"; continue; }
-    if [[ $cut == step* ]]; then
+  cp "$after_update" "$run/disk.qcow2"
+  dpkg-deb --fsys-tarfile "$image/old.deb" | tar -xO ./root/quenvarile > "$run/P"
+  cp "$QV_NEW_DAEMON" "$run/S"
+  sum_P=$(sha256sum < "$run/P" | cut -d' ' -f1)
+  sum_S=$(sha256sum < "$run/S" | cut -d' ' -f1)
+  mkdir -p "$run/send"
+  read -r -a steps <<<"${BOARD_CUT_STEPS:-1 2 3 4 5 6 7}"
+  randoms=${BOARD_CUTS:-20}
+  cut="" sent="" installed_before="" tally="" n=0
+  cut_started=$SECONDS
+  board_start "$run" || { fail "no power-on"; finish; }
+  while :; do
+    # The check of the last cut.
+    if daemon_up >/dev/null; then
+      case $(board_run "$run" 'sha256sum /root/quenvarile | cut -d" " -f1') in
+        "$sum_P") installed=P ;;
+        "$sum_S") installed=S ;;
+        *) installed=BROKEN ;;
+      esac
+    else
+      installed=NODAEMON
+    fi
+    # The host listens until the first position (at most 30 s).
+    "$QV_HOST" --device "$(board_host_tty "$run")" --listen 30 > "$run/host.log" 2>&1 &
+    listener=$!
+    for _ in $(seq 1 150); do
+      grep -q '^position' "$run/host.log" && break
+      kill -0 "$listener" 2>/dev/null || break
+      sleep 0.2
+    done
+    kill "$listener" 2>/dev/null; wait "$listener" 2>/dev/null
+    positions=$(grep -c '^position' "$run/host.log")
+    if [ -n "$cut" ]; then
+      which=$installed
+      [ "$installed" = "$installed_before" ] && which="$installed (old)"
+      [ "$installed" = "$sent" ] && which="$installed (new)"
+      case $installed in
+        BROKEN) fail "$cut: /root/quenvarile is neither executable" ;;
+        NODAEMON) fail "$cut: no daemon after the cut" ;;
+      esac
+      case $cut in
+        step[1-5]) [ "$installed" = "$installed_before" ] || fail "$cut: the new executable before the rename" ;;
+        step7|none) [ "$installed" = "$sent" ] || fail "$cut: the old executable after the directory's flush" ;;
+      esac
+      [ "$positions" -gt 0 ] || fail "$cut: no position frame after the cut"
+      echo "   cut ${cut/#none/none (a whole update)}: $which; a position frame after $(( SECONDS - cut_started )) s of this cut"
+      tally="$tally $cut:${installed}"
+    fi
+    [[ $installed == [PS] ]] || break
+    [ ${#steps[@]} -eq 0 ] && [ "$randoms" -eq 0 ] && break
+    n=$((n + 1)); cut_started=$SECONDS
+    installed_before=$installed
+    sent=P; [ "$installed" = P ] && sent=S
+    if [ ${#steps[@]} -gt 0 ] && [ "$installed" = S ]; then
+      cut=step${steps[0]}; steps=("${steps[@]:1}")
+      if board_run "$run" 'test -e /root/quenvarile_trial' >/dev/null; then
+        board_wait "$run" 'update kept|rolled back' 120 || fail "$cut: the trial did not end"
+      fi
       mark=$(wc -l < "$run/console.log")
       board_run "$run" "mkdir -p /run/systemd/system/quenvarile.service.d && printf '[Service]\\nEnvironment=QV_SANDBOX_UPDATE_CUT_AFTER=${cut#step}\\n' > /run/systemd/system/quenvarile.service.d/cut.conf && systemctl daemon-reload && systemctl restart quenvarile" >/dev/null \
         || fail "$cut: the daemon was not restarted with the cut"
-      for _ in $(seq 1 120); do
-        tail -n +"$mark" "$run/console.log" | grep -aq 'velquare_audioprocess_init ok' && break; sleep 0.5
+      for _ in $(seq 1 300); do
+        tail -n +"$mark" "$run/console.log" | grep -aq 'velquare_audioprocess_init ok' && break; sleep 0.2
       done
-    fi
-    host_directions 2 >/dev/null
-    (cd "$run" && exec "$QV_PACED_SB" "$(board_host_tty "$run")" quenvarile_ota) > "$run/sender.log" 2>&1 &
-    sender=$!
-    if [[ $cut == step* ]]; then
-      board_wait "$run" "ended: exit 86" $((transfer * 4 + 60)) || fail "$cut: the daemon did not end after step ${cut#step}"
+    elif [ "$randoms" -gt 0 ]; then
+      randoms=$((randoms - 1))
+      # The wait for the file, the transfer at about 2 KB/s, the installation.
+      transfer=$(( $(stat -c %s "$run/$sent") / 2000 + 10 ))
+      at=$(( RANDOM % (transfer * 10) ))
+      cut=at$((at / 10)).$((at % 10))s
     else
-      sleep "$(awk -v t="${cut#at}" 'BEGIN { printf "%.1f", t / 10 }')"
+      cut=none  # only step cuts left and P installed: a whole update puts S back
     fi
+    cp "$run/$sent" "$run/send/quenvarile_ota"
+    (cd "$run/send" && exec "$QV_PACED_SB" "$(board_host_tty "$run")" quenvarile_ota) > "$run/sender-$n.log" 2>&1 &
+    sender=$!
+    case $cut in
+      step*) board_wait "$run" "ended: exit 86" 240 || fail "$cut: the daemon did not end after step ${cut#step}" ;;
+      at*) sleep "${cut#at}" ;;
+      none) board_wait_off "$run" 240 || fail "the board did not reboot after a whole update" ;;
+    esac
     board_kill "$run"
     kill "$sender" 2>/dev/null; wait "$sender" 2>/dev/null
-    board_start "$run" || { fail "$cut: no power-on after the cut"; continue; }
-    daemon_up >/dev/null || fail "$cut: no daemon after the cut"
-    got=$(board_run "$run" 'sha256sum /root/quenvarile | cut -d" " -f1')
-    case $got in
-      "$want_old") which=old ;;
-      "$want_new") which=new ;;
-      *) which=BROKEN; fail "$cut: /root/quenvarile is neither the old nor the new executable" ;;
-    esac
-    "$QV_HOST" --device "$(board_host_tty "$run")" --listen 15 > "$run/host.log" 2>&1
-    grep -q '^position' "$run/host.log" || fail "$cut: no position frame after the cut"
-    board_kill "$run"
-    tally="$tally $cut:$which"
-    echo "   cut $cut: /root/quenvarile is the $which executable; $(grep -c '^position' "$run/host.log") position frames"
+    board_start "$run" || { fail "$cut: no power-on after the cut"; break; }
   done
-  run=$main_run
+  echo "   $n cuts:$tally"
   ;;
 realtime)
   seconds=${BOARD_REALTIME_SECONDS:-180}
