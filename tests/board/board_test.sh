@@ -132,110 +132,142 @@ update)
   echo "   after the reboot: $(grep -a -m1 'compile time' "$run/console.log" | tr -d '\r')"
   ;;
 powercut)
-  # One chain of cuts from the update case's disk: each boot after a cut is
-  # both the check of that cut and the start of the next, so every cut costs
-  # one boot. The board holds one of two executables, the package's daemon (P)
-  # or the update case's build with the power-cut seam (S); each transfer
-  # sends the one not installed. After every cut /root/quenvarile must be P or
-  # S byte for byte and the host must receive a position.
+  # Chains of cuts from the update case's disk: each boot after a cut is both
+  # the check of that cut and the start of the next, so every cut costs one
+  # boot. The board holds one of two executables, the package's daemon (P) or
+  # the update case's build with the power-cut seam (S); each transfer sends
+  # the one not installed. After every cut /root/quenvarile must be P or S
+  # byte for byte and the host must receive a position.
   #   step cuts (BOARD_CUT_STEPS, default 1 to 7): S, started off trial, gets
   #     QV_SANDBOX_UPDATE_CUT_AFTER and ends right after that installation
   #     step (the supervisor's "ended: exit 86" on the console), then qemu is
   #     killed. After steps 1-5 S is still installed; after 7 (the directory
   #     flushed) P is; after 6 (the rename, not yet flushed) either may be.
+  #     S must be off trial, or the supervisor would roll back when the seam
+  #     ends it: a trial is waited out ("update kept").
   #   random cuts (BOARD_CUTS, default 20): at a moment drawn evenly from the
-  #     transfer and installation; old or new are both right, since a cut may
-  #     also fall in an update's trial, which the supervisor may roll back.
-  # A step cut needs S off trial (otherwise the supervisor would roll back
-  # when the seam ends it): a trial is waited out ("update kept").
+  #     transfer and installation; old and new are both right (the cut may
+  #     also fall in an update's trial, which the supervisor may roll back).
+  # BOARD_CUT_CHAINS (default 2) boards cut in parallel, each on its own copy of
+  # the disk: the first takes the step cuts and a quarter of the random ones.
   after_update=${BOARD_RUN:-$repo/build/board-vm/run}/update/disk.qcow2
   [ -f "$after_update" ] || { fail "no disk from the update case ($after_update)"; finish; }
-  cp "$after_update" "$run/disk.qcow2"
   dpkg-deb --fsys-tarfile "$image/old.deb" | tar -xO ./root/quenvarile > "$run/P"
   cp "$QV_NEW_DAEMON" "$run/S"
   sum_P=$(sha256sum < "$run/P" | cut -d' ' -f1)
   sum_S=$(sha256sum < "$run/S" | cut -d' ' -f1)
-  mkdir -p "$run/send"
-  read -r -a steps <<<"${BOARD_CUT_STEPS:-1 2 3 4 5 6 7}"
-  randoms=${BOARD_CUTS:-20}
-  cut="" sent="" installed_before="" tally="" n=0
-  cut_started=$SECONDS
-  board_start "$run" || { fail "no power-on"; finish; }
-  while :; do
-    # The check of the last cut.
-    if daemon_up >/dev/null; then
-      case $(board_run "$run" 'sha256sum /root/quenvarile | cut -d" " -f1') in
-        "$sum_P") installed=P ;;
-        "$sum_S") installed=S ;;
-        *) installed=BROKEN ;;
-      esac
-    else
+
+  # One board's chain: RUN STEPS RANDOMS; its failures are its exit status.
+  cut_chain() {
+    run=$1; failures=0
+    local steps randoms=$3 cut="" sent="" before="" installed positions n=0 started listener sender mark transfer at
+    read -r -a steps <<<"$2"
+    mkdir -p "$run/send"
+    cp "$after_update" "$run/disk.qcow2"
+    started=$SECONDS
+    board_start "$run" || { fail "no power-on"; return "$failures"; }
+    while :; do
+      # The check of the last cut.
       installed=NODAEMON
-    fi
-    # The host listens until the first position (at most 30 s).
-    "$QV_HOST" --device "$(board_host_tty "$run")" --listen 30 > "$run/host.log" 2>&1 &
-    listener=$!
-    for _ in $(seq 1 150); do
-      grep -q '^position' "$run/host.log" && break
-      kill -0 "$listener" 2>/dev/null || break
-      sleep 0.2
-    done
-    kill "$listener" 2>/dev/null; wait "$listener" 2>/dev/null
-    positions=$(grep -c '^position' "$run/host.log")
-    if [ -n "$cut" ]; then
-      which=$installed
-      [ "$installed" = "$installed_before" ] && which="$installed (old)"
-      [ "$installed" = "$sent" ] && which="$installed (new)"
-      case $installed in
-        BROKEN) fail "$cut: /root/quenvarile is neither executable" ;;
-        NODAEMON) fail "$cut: no daemon after the cut" ;;
-      esac
-      case $cut in
-        step[1-5]) [ "$installed" = "$installed_before" ] || fail "$cut: the new executable before the rename" ;;
-        step7|none) [ "$installed" = "$sent" ] || fail "$cut: the old executable after the directory's flush" ;;
-      esac
-      [ "$positions" -gt 0 ] || fail "$cut: no position frame after the cut"
-      echo "   cut ${cut/#none/none (a whole update)}: $which; a position frame after $(( SECONDS - cut_started )) s of this cut"
-      tally="$tally $cut:${installed}"
-    fi
-    [[ $installed == [PS] ]] || break
-    [ ${#steps[@]} -eq 0 ] && [ "$randoms" -eq 0 ] && break
-    n=$((n + 1)); cut_started=$SECONDS
-    installed_before=$installed
-    sent=P; [ "$installed" = P ] && sent=S
-    if [ ${#steps[@]} -gt 0 ] && [ "$installed" = S ]; then
-      cut=step${steps[0]}; steps=("${steps[@]:1}")
-      if board_run "$run" 'test -e /root/quenvarile_trial' >/dev/null; then
-        board_wait "$run" 'update kept|rolled back' 120 || fail "$cut: the trial did not end"
+      if daemon_up >/dev/null; then
+        case $(board_run "$run" 'sha256sum /root/quenvarile | cut -d" " -f1') in
+          "$sum_P") installed=P ;;
+          "$sum_S") installed=S ;;
+          *) installed=BROKEN ;;
+        esac
       fi
-      mark=$(wc -l < "$run/console.log")
-      board_run "$run" "mkdir -p /run/systemd/system/quenvarile.service.d && printf '[Service]\\nEnvironment=QV_SANDBOX_UPDATE_CUT_AFTER=${cut#step}\\n' > /run/systemd/system/quenvarile.service.d/cut.conf && systemctl daemon-reload && systemctl restart quenvarile" >/dev/null \
-        || fail "$cut: the daemon was not restarted with the cut"
-      for _ in $(seq 1 300); do
-        tail -n +"$mark" "$run/console.log" | grep -aq 'velquare_audioprocess_init ok' && break; sleep 0.2
+      # The host listens until the first position (at most 30 s).
+      "$QV_HOST" --device "$(board_host_tty "$run")" --listen 30 > "$run/host.log" 2>&1 &
+      listener=$!
+      for _ in $(seq 1 150); do
+        grep -q '^position' "$run/host.log" && break
+        kill -0 "$listener" 2>/dev/null || break
+        sleep 0.2
       done
-    elif [ "$randoms" -gt 0 ]; then
-      randoms=$((randoms - 1))
-      # The wait for the file, the transfer at about 2 KB/s, the installation.
-      transfer=$(( $(stat -c %s "$run/$sent") / 2000 + 10 ))
-      at=$(( RANDOM % (transfer * 10) ))
-      cut=at$((at / 10)).$((at % 10))s
-    else
-      cut=none  # only step cuts left and P installed: a whole update puts S back
-    fi
-    cp "$run/$sent" "$run/send/quenvarile_ota"
-    (cd "$run/send" && exec "$QV_PACED_SB" "$(board_host_tty "$run")" quenvarile_ota) > "$run/sender-$n.log" 2>&1 &
-    sender=$!
-    case $cut in
-      step*) board_wait "$run" "ended: exit 86" 240 || fail "$cut: the daemon did not end after step ${cut#step}" ;;
-      at*) sleep "${cut#at}" ;;
-      none) board_wait_off "$run" 240 || fail "the board did not reboot after a whole update" ;;
-    esac
+      kill "$listener" 2>/dev/null; wait "$listener" 2>/dev/null
+      positions=$(grep -c '^position' "$run/host.log")
+      if [ -n "$cut" ]; then
+        case $installed in
+          BROKEN) fail "$cut: /root/quenvarile is neither executable" ;;
+          NODAEMON) fail "$cut: no daemon after the cut" ;;
+        esac
+        case $cut in
+          step[1-5]) [ "$installed" = "$before" ] || fail "$cut: the new executable before the rename" ;;
+          step7|none) [ "$installed" = "$sent" ] || fail "$cut: the old executable after the installation" ;;
+        esac
+        [ "$positions" -gt 0 ] || fail "$cut: no position frame after the cut"
+        echo "   cut ${cut/#none/none (a whole update)}: $installed ($([ "$installed" = "$sent" ] && echo new || echo old));" \
+             "a position $(( SECONDS - started )) s after the last boot began"
+      fi
+      [[ $installed == [PS] ]] || break
+      [ ${#steps[@]} -eq 0 ] && [ "$randoms" -eq 0 ] && break
+      n=$((n + 1))
+      before=$installed
+      sent=P; [ "$installed" = P ] && sent=S
+      if [ ${#steps[@]} -gt 0 ] && [ "$installed" = S ]; then
+        cut=step${steps[0]}; steps=("${steps[@]:1}")
+        if board_run "$run" 'test -e /root/quenvarile_trial' >/dev/null; then
+          board_wait "$run" 'update kept|rolled back' 120 || fail "$cut: the trial did not end"
+        fi
+        mark=$(wc -l < "$run/console.log")
+        board_run "$run" "mkdir -p /run/systemd/system/quenvarile.service.d && printf '[Service]\\nEnvironment=QV_SANDBOX_UPDATE_CUT_AFTER=${cut#step}\\n' > /run/systemd/system/quenvarile.service.d/cut.conf && systemctl daemon-reload && systemctl restart quenvarile" >/dev/null \
+          || fail "$cut: the daemon was not restarted with the cut"
+        for _ in $(seq 1 300); do
+          tail -n +"$mark" "$run/console.log" | grep -aq 'velquare_audioprocess_init ok' && break; sleep 0.2
+        done
+      elif [ "$randoms" -gt 0 ]; then
+        randoms=$((randoms - 1))
+        # The wait for the file, the transfer at about 2 KB/s, the installation.
+        transfer=$(( $(stat -c %s "$run/../$sent") / 2000 + 10 ))
+        at=$(( RANDOM % (transfer * 10) ))
+        cut=at$((at / 10)).$((at % 10))s
+      else
+        cut=none  # only step cuts left and P installed: a whole update puts S back
+      fi
+      cp "$run/../$sent" "$run/send/quenvarile_ota"
+      started=$SECONDS
+      send() { (cd "$run/send" && exec "$QV_PACED_SB" "$(board_host_tty "$run")" quenvarile_ota) >> "$run/sender-$n.log" 2>&1 & sender=$!; }
+      send
+      case $cut in
+        step*)
+          # A transfer the loaded PC broke (a pause inside a block ends sb's
+          # transfer; the board then answers "ymodem updata err" and goes on)
+          # is sent again, twice at most.
+          for try in 1 2 3; do
+            while kill -0 "$sender" 2>/dev/null && ! grep -aq 'ended: exit 86' "$run/console.log"; do sleep 0.2; done
+            grep -aq 'ended: exit 86' "$run/console.log" || board_wait "$run" 'ended: exit 86' 15 2>/dev/null && break
+            [ $try -lt 3 ] && { echo "   $cut: the transfer broke (try $try); sending again"; sleep 12; send; }
+          done
+          grep -aq 'ended: exit 86' "$run/console.log" || fail "$cut: the daemon did not end after step ${cut#step}" ;;
+        at*) sleep "${cut#at}" ;;
+        none) board_wait_off "$run" 240 || fail "the board did not reboot after a whole update" ;;
+      esac
+      board_kill "$run"
+      kill "$sender" 2>/dev/null; wait "$sender" 2>/dev/null
+      board_start "$run" || { fail "$cut: no power-on after the cut"; break; }
+    done
     board_kill "$run"
-    kill "$sender" 2>/dev/null; wait "$sender" 2>/dev/null
-    board_start "$run" || { fail "$cut: no power-on after the cut"; break; }
+    echo "   $n transfers"
+    return "$failures"
+  }
+
+  chains=${BOARD_CUT_CHAINS:-2}
+  randoms=${BOARD_CUTS:-20}
+  first=$(( chains > 1 ? randoms / 4 : randoms ))
+  trap 'for d in "$run"/chain*/; do board_kill "$d"; done' EXIT
+  pids=()
+  for c in $(seq 1 "$chains"); do
+    if [ "$c" -eq 1 ]; then plan=("${BOARD_CUT_STEPS:-1 2 3 4 5 6 7}" "$first")
+    else plan=("" $(( (randoms - first) / (chains - 1) + (c == 2 ? (randoms - first) % (chains - 1) : 0) )))
+    fi
+    cut_chain "$run/chain$c" "${plan[@]}" > "$run/chain$c.log" 2>&1 &
+    pids+=($!)
   done
-  echo "   $n cuts:$tally"
+  for c in $(seq 1 "$chains"); do
+    wait "${pids[$((c - 1))]}"; status=$?
+    echo "-- board $c:"; cat "$run/chain$c.log"
+    failures=$((failures + status))
+  done
   ;;
 realtime)
   seconds=${BOARD_REALTIME_SECONDS:-180}
