@@ -132,11 +132,12 @@ update)
   echo "   after the reboot: $(grep -a -m1 'compile time' "$run/console.log" | tr -d '\r')"
   ;;
 powercut)
-  # Chains of cuts from the update case's disk: each boot after a cut is both
+  # Chains of cuts from the image's disk: each boot after a cut is both
   # the check of that cut and the start of the next, so every cut costs one
   # boot. The board holds one of two executables, the package's daemon (P) or
   # the update case's build with the power-cut seam (S); each transfer sends
-  # the one not installed. After every cut /root/quenvarile must be P or S
+  # the one not installed (the first board's first transfers, random cuts,
+  # bring S; failing that, a whole update). After every cut /root/quenvarile must be P or S
   # byte for byte and the host must receive a position.
   #   step cuts (BOARD_CUT_STEPS, default 1 to 7): S, started off trial, gets
   #     QV_SANDBOX_UPDATE_CUT_AFTER and ends right after that installation
@@ -150,20 +151,22 @@ powercut)
   #     also fall in an update's trial, which the supervisor may roll back).
   # BOARD_CUT_CHAINS (default 2) boards cut in parallel, each on its own copy of
   # the disk: the first takes the step cuts and a quarter of the random ones.
-  after_update=${BOARD_RUN:-$repo/build/board-vm/run}/update/disk.qcow2
-  [ -f "$after_update" ] || { fail "no disk from the update case ($after_update)"; finish; }
   dpkg-deb --fsys-tarfile "$image/old.deb" | tar -xO ./root/quenvarile > "$run/P"
   cp "$QV_NEW_DAEMON" "$run/S"
   sum_P=$(sha256sum < "$run/P" | cut -d' ' -f1)
   sum_S=$(sha256sum < "$run/S" | cut -d' ' -f1)
 
+  # The step cut's daemon has ended after its step; a whole update's board
+  # has rebooted (qemu ends).
+  transfer_done() {
+    if [[ $cut == step* ]]; then grep -aq 'ended: exit 86' "$run/console.log"; else ! board_alive "$run"; fi
+  }
   # One board's chain: RUN STEPS RANDOMS; its failures are its exit status.
   cut_chain() {
     run=$1; failures=0
     local steps randoms=$3 cut="" sent="" before="" installed positions n=0 started booted listener sender mark transfer at end try
     read -r -a steps <<<"$2"
     mkdir -p "$run/send"
-    cp "$after_update" "$run/disk.qcow2"
     started=$SECONDS booted=$SECONDS
     board_start "$run" || { fail "no power-on"; return "$failures"; }
     while :; do
@@ -231,23 +234,24 @@ powercut)
         (cd "$run/send" && exec "$QV_PACED_SB" "$(board_host_tty "$run")" quenvarile_ota) >> "$run/sender-$n.log" 2>&1 &
         sender=$!
         case $cut in
-          step*)
+          step*|none)
             # A transfer the loaded PC broke (a pause inside a block ends it;
             # the board answers "ymodem updata err" and goes on) is sent again.
             end=$((SECONDS + 240))
-            until grep -aq 'ended: exit 86' "$run/console.log" || [ $SECONDS -ge $end ] \
+            until transfer_done || [ $SECONDS -ge $end ] \
                 || tail -n +"$mark" "$run/console.log" | grep -aq 'finished_state err'; do sleep 0.2; done
-            grep -aq 'ended: exit 86' "$run/console.log" && break
+            transfer_done && break
             kill "$sender" 2>/dev/null; wait "$sender" 2>/dev/null
             [ $SECONDS -ge $end ] && break
             echo "   $cut: the transfer broke (try $try); sending again"
             sleep 12 ;;
           at*) sleep "${cut#at}"; break ;;
-          none) board_wait_off "$run" 240 || fail "the board did not reboot after a whole update"; break ;;
         esac
       done
-      [[ $cut != step* ]] || grep -aq 'ended: exit 86' "$run/console.log" \
-        || fail "$cut: the daemon did not end after step ${cut#step}"
+      transfer_done || case $cut in
+        step*) fail "$cut: the daemon did not end after step ${cut#step}" ;;
+        none) fail "the board did not reboot after a whole update" ;;
+      esac
       board_kill "$run"
       kill "$sender" 2>/dev/null; wait "$sender" 2>/dev/null
       booted=$SECONDS
