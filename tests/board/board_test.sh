@@ -136,8 +136,8 @@ powercut)
   # the check of that cut and the start of the next, so every cut costs one
   # boot. The board holds one of two executables, the package's daemon (P) or
   # the update case's build with the power-cut seam (S); each transfer sends
-  # the one not installed (the first board's first transfers, random cuts,
-  # bring S; failing that, a whole update). After every cut /root/quenvarile must be P or S
+  # the one not installed (a whole update brings S where a step cut needs
+  # it). After every cut /root/quenvarile must be P or S
   # byte for byte and the host must receive a position.
   #   step cuts (BOARD_CUT_STEPS, default 1 to 7): S, started off trial, gets
   #     QV_SANDBOX_UPDATE_CUT_AFTER and ends right after that installation
@@ -150,7 +150,7 @@ powercut)
   #     transfer and installation; old and new are both right (the cut may
   #     also fall in an update's trial, which the supervisor may roll back).
   # BOARD_CUT_CHAINS (default 2) boards cut in parallel, each on its own copy of
-  # the disk: the first takes the step cuts and a quarter of the random ones.
+  # the disk: the first takes the step cuts and a sixth of the random ones.
   dpkg-deb --fsys-tarfile "$image/old.deb" | tar -xO ./root/quenvarile > "$run/P"
   cp "$QV_NEW_DAEMON" "$run/S"
   sum_P=$(sha256sum < "$run/P" | cut -d' ' -f1)
@@ -218,14 +218,14 @@ powercut)
         for _ in $(seq 1 300); do
           tail -n +"$mark" "$run/console.log" | grep -aq 'velquare_audioprocess_init ok' && break; sleep 0.2
         done
-      elif [ "$randoms" -gt 0 ]; then
+      elif [ "$randoms" -gt 0 ] && [ ${#steps[@]} -eq 0 ]; then
         randoms=$((randoms - 1))
         # The wait for the file, the transfer at about 2 KB/s, the installation.
         transfer=$(( $(stat -c %s "$run/../$sent") / 2000 + 10 ))
         at=$(( RANDOM % (transfer * 10) ))
         cut=at$((at / 10)).$((at % 10))s
       else
-        cut=none  # only step cuts left and P installed: a whole update puts S back
+        cut=none  # step cuts left and P installed: a whole update puts S back
       fi
       cp "$run/../$sent" "$run/send/quenvarile_ota"
       started=$SECONDS
@@ -264,7 +264,7 @@ powercut)
 
   chains=${BOARD_CUT_CHAINS:-2}
   randoms=${BOARD_CUTS:-20}
-  first=$(( chains > 1 ? randoms / 4 : randoms ))
+  first=$(( chains > 1 ? randoms / 6 : randoms ))
   trap 'for d in "$run"/chain*/; do board_kill "$d"; done' EXIT
   pids=()
   for c in $(seq 1 "$chains"); do
