@@ -179,15 +179,19 @@ powercut)
           *) installed=BROKEN ;;
         esac
       fi
-      # The host listens until the first position (at most 60 s).
-      "$QV_HOST" --device "$(board_host_tty "$run")" --listen 60 > "$run/host.log" 2>&1 &
-      listener=$!
-      for _ in $(seq 1 300); do
-        grep -q '^position' "$run/host.log" && break
-        kill -0 "$listener" 2>/dev/null || break
-        sleep 0.2
+      # The host listens until the first position (at most 90 s); a console
+      # that found the line closed (its log says so) listens again.
+      : > "$run/host.log"
+      end=$((SECONDS + 90))
+      while [ $SECONDS -lt $end ] && ! grep -q '^position' "$run/host.log"; do
+        "$QV_HOST" --device "$(board_host_tty "$run")" --listen 90 >> "$run/host.log" 2>&1 &
+        listener=$!
+        while [ $SECONDS -lt $end ] && kill -0 "$listener" 2>/dev/null && ! grep -q '^position' "$run/host.log"; do
+          sleep 0.2
+        done
+        kill "$listener" 2>/dev/null; wait "$listener" 2>/dev/null
+        sleep 1
       done
-      kill "$listener" 2>/dev/null; wait "$listener" 2>/dev/null
       positions=$(grep -c '^position' "$run/host.log")
       if [ -n "$cut" ]; then
         case $installed in
@@ -229,7 +233,7 @@ powercut)
       fi
       cp "$run/../$sent" "$run/send/quenvarile_ota"
       started=$SECONDS
-      for try in 1 2 3; do
+      for try in 1 2 3 4 5; do
         mark=$(wc -l < "$run/console.log")
         (cd "$run/send" && exec "$QV_PACED_SB" "$(board_host_tty "$run")" quenvarile_ota) >> "$run/sender-$n.log" 2>&1 &
         sender=$!
@@ -243,7 +247,7 @@ powercut)
             transfer_done && break
             kill "$sender" 2>/dev/null; wait "$sender" 2>/dev/null
             [ $SECONDS -ge $end ] && break
-            echo "   $cut: the transfer broke (try $try); sending again"
+            [ $try -lt 5 ] && echo "   $cut: the transfer broke (try $try); sending again"
             sleep 12 ;;
           at*) sleep "${cut#at}"; break ;;
         esac
