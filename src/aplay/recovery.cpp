@@ -38,8 +38,7 @@ void xrun(snd_pcm_t *pcm, int stream, bool monotonic) {
       nsec += kNanosPerSecond;
     }
     fprintf(stderr, "%s!!! (at least %.3f ms long)\n",
-            stream == SND_PCM_STREAM_PLAYBACK ? "underrun" : "overrun",
-            sec * 1000.0 + nsec / 1e6);
+            stream == SND_PCM_STREAM_PLAYBACK ? "underrun" : "overrun", sec * 1000.0 + nsec / 1e6);
     if ((res = snd_pcm_prepare(pcm)) < 0) {
       QV_PCM_FATAL("xrun: prepare error: %s", snd_strerror(res));
     }
