@@ -5,5 +5,5 @@
 struct AudioEndpoint;
 
 int set_params(AudioEndpoint *ep);
-void xrun(snd_pcm_t *pcm, int stream);
+void xrun(snd_pcm_t *pcm, int stream, bool monotonic);
 void suspend(snd_pcm_t *pcm);

@@ -1,6 +1,6 @@
 // Over- and underrun and suspend recovery, after the ALSA sample player.
 #include <alsa/asoundlib.h>
-#include <sys/time.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,11 +12,11 @@
 #include "common/trace.h"
 
 namespace {
-constexpr long kMicrosPerSecond = 1000000;
+constexpr long kNanosPerSecond = 1000000000;
 constexpr unsigned kResumeRetrySeconds = 1;
 }  // namespace
 
-void xrun(snd_pcm_t *pcm, int stream) {
+void xrun(snd_pcm_t *pcm, int stream, bool monotonic) {
   snd_pcm_status_t *status;
   snd_pcm_status_alloca(&status);
   int res = snd_pcm_status(pcm, status);
@@ -25,19 +25,20 @@ void xrun(snd_pcm_t *pcm, int stream) {
   }
   snd_pcm_state_t state = snd_pcm_status_get_state(status);
   if (state == SND_PCM_STATE_XRUN) {
-    struct timeval now, trigger, diff;
-    gettimeofday(&now, nullptr);
-    snd_pcm_status_get_trigger_tstamp(status, &trigger);
-    diff.tv_sec = now.tv_sec - trigger.tv_sec;
-    diff.tv_usec = now.tv_usec - trigger.tv_usec;
-    if (diff.tv_usec < 0) {
-      diff.tv_sec--;
-      diff.tv_usec += kMicrosPerSecond;
+    // The trigger's time stamp is on the PCM's own clock: the monotonic one
+    // for the kernel's devices, whose difference to the wall clock is the
+    // time since 1970, not the length of the overrun.
+    struct timespec now, trigger;
+    clock_gettime(monotonic ? CLOCK_MONOTONIC : CLOCK_REALTIME, &now);
+    snd_pcm_status_get_trigger_htstamp(status, &trigger);
+    long sec = now.tv_sec - trigger.tv_sec;  // time_t is 32-bit on the board: no integer product
+    long nsec = now.tv_nsec - trigger.tv_nsec;
+    if (nsec < 0) {
+      sec--;
+      nsec += kNanosPerSecond;
     }
     fprintf(stderr, "%s!!! (at least %.3f ms long)\n",
-            stream == SND_PCM_STREAM_PLAYBACK ? "underrun" : "overrun",
-            diff.tv_sec * 1000.0 +
-                diff.tv_usec / 1000.0);  // time_t is 32-bit on the board: no integer product
+            stream == SND_PCM_STREAM_PLAYBACK ? "underrun" : "overrun", sec * 1000.0 + nsec / 1e6);
     if ((res = snd_pcm_prepare(pcm)) < 0) {
       QV_PCM_FATAL("xrun: prepare error: %s", snd_strerror(res));
     }

@@ -33,7 +33,7 @@ uint32_t pcm_read(AudioEndpoint *ep) {
     if (r == -EAGAIN || (r >= 0 && snd_pcm_uframes_t(r) < count)) {
       snd_pcm_wait(pcm, kWaitMillis);
     } else if (r == -EPIPE) {
-      xrun(pcm, int(ep->stream));
+      xrun(pcm, int(ep->stream), ep->monotonic != 0);
     } else if (r == -ESTRPIPE) {
       suspend(pcm);
     } else if (r < 0) {

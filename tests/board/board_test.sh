@@ -10,10 +10,10 @@
 #              armhf daemon build; the board answers "ymodem updata ok", reboots,
 #              runs the new executable, and keeps the old one as quenvarile_Bak
 #   powercut   the PC's clock: power cuts (SIGKILL to qemu) right after each of the
-#              update's six installation steps (BOARD_CUT_STEPS) and at BOARD_CUTS
-#              random moments;
-#              after each the board boots again: /root/quenvarile is the old or the
-#              new executable, byte for byte, and the host receives positions
+#              update's seven installation steps (BOARD_CUT_STEPS) and at BOARD_CUTS
+#              (default 20) random moments, chained: the boot after a cut checks it
+#              and starts the next; /root/quenvarile is one of the two executables,
+#              byte for byte, and the host receives positions
 #   realtime   deterministic clock (-icount shift=1,sleep=off, one core):
 #              BOARD_REALTIME_SECONDS (default 180) of the board's own time
 #              without an overrun or a full ring in the daemon's log
@@ -138,64 +138,157 @@ update)
   echo "   after the reboot: $(grep -a -m1 'compile time' "$run/console.log" | tr -d '\r')"
   ;;
 powercut)
-  # From the update case's disk: its daemon (with the power-cut seam) receives,
-  # the package's daemon is sent back. Cuts right after each installation step
-  # (the seam ends the daemon there; the supervisor's line on the console
-  # marks it) and at BOARD_CUTS (default 20) random moments of the transfer
-  # and installation. After each cut the board boots again.
-  after_update=${BOARD_RUN:-$repo/build/board-vm/run}/update/disk.qcow2
-  [ -f "$after_update" ] || { fail "no disk from the update case ($after_update)"; finish; }
-  dpkg-deb --fsys-tarfile "$image/old.deb" | tar -xO ./root/quenvarile > "$run/quenvarile_ota"
-  want_old=$(sha256sum < "$QV_NEW_DAEMON" | cut -d' ' -f1)
-  want_new=$(sha256sum < "$run/quenvarile_ota" | cut -d' ' -f1)
-  # sb's YMODEM goes at about 2 KB/s on this line (a block, then the answer):
-  # the transfer and installation take about this long.
-  transfer=$(( $(stat -c %s "$run/quenvarile_ota") / 2000 + 10 ))
-  cuts=()
-  for k in ${BOARD_CUT_STEPS:-1 2 3 4 5 6}; do cuts+=("step$k"); done
-  for _ in $(seq 1 "${BOARD_CUTS:-20}"); do cuts+=("at$(( RANDOM % (transfer * 10) ))"); done
-  main_run=$run
-  tally=""
-  for cut in "${cuts[@]}"; do
-    run=$main_run/$cut
-    mkdir -p "$run"
-    cp "$after_update" "$run/disk.qcow2"
-    cp "$main_run/quenvarile_ota" "$run/"
-    board_start "$run" || { fail "$cut: no power-on"; continue; }
-    daemon_up >/dev/null || { fail "$cut: no daemon at boot"; board_kill "$run"; continue; }
-    if [[ $cut == step* ]]; then
-      mark=$(wc -l < "$run/console.log")
-      board_run "$run" "mkdir -p /run/systemd/system/quenvarile.service.d && printf '[Service]\\nEnvironment=QV_SANDBOX_UPDATE_CUT_AFTER=${cut#step}\\n' > /run/systemd/system/quenvarile.service.d/cut.conf && systemctl daemon-reload && systemctl restart quenvarile" >/dev/null \
-        || fail "$cut: the daemon was not restarted with the cut"
-      for _ in $(seq 1 120); do
-        tail -n +"$mark" "$run/console.log" | grep -aq 'velquare_audioprocess_init ok' && break; sleep 0.5
+  # Chains of cuts from the image's disk: each boot after a cut is both
+  # the check of that cut and the start of the next, so every cut costs one
+  # boot. The board holds one of two executables, the package's daemon (P) or
+  # the update case's build with the power-cut seam (S); each transfer sends
+  # the one not installed (a whole update brings S where a step cut needs
+  # it). After every cut /root/quenvarile must be P or S
+  # byte for byte and the host must receive a position.
+  #   step cuts (BOARD_CUT_STEPS, default 1 to 7): S, started off trial, gets
+  #     QV_SANDBOX_UPDATE_CUT_AFTER and ends right after that installation
+  #     step (the supervisor's "ended: exit 86" on the console), then qemu is
+  #     killed. After steps 1-5 S is still installed; after 7 (the directory
+  #     flushed) P is; after 6 (the rename, not yet flushed) either may be.
+  #     S must be off trial, or the supervisor would roll back when the seam
+  #     ends it: a trial is waited out ("update kept").
+  #   random cuts (BOARD_CUTS, default 20): at a moment drawn evenly from the
+  #     transfer and installation; old and new are both right (the cut may
+  #     also fall in an update's trial, which the supervisor may roll back).
+  # BOARD_CUT_CHAINS (default 2) boards cut in parallel, each on its own copy of
+  # the disk: the first takes the step cuts and a sixth of the random ones.
+  dpkg-deb --fsys-tarfile "$image/old.deb" | tar -xO ./root/quenvarile > "$run/P"
+  cp "$QV_NEW_DAEMON" "$run/S"
+  sum_P=$(sha256sum < "$run/P" | cut -d' ' -f1)
+  sum_S=$(sha256sum < "$run/S" | cut -d' ' -f1)
+
+  # The step cut's daemon has ended after its step; a whole update's board
+  # has rebooted (qemu ends).
+  transfer_done() {
+    if [[ $cut == step* ]]; then grep -aq 'ended: exit 86' "$run/console.log"; else ! board_alive "$run"; fi
+  }
+  # One board's chain: RUN STEPS RANDOMS; its failures are its exit status.
+  cut_chain() {
+    run=$1; failures=0
+    local steps randoms=$3 cut="" sent="" before="" installed positions n=0 started booted listener sender mark transfer at end try
+    read -r -a steps <<<"$2"
+    mkdir -p "$run/send"
+    started=$SECONDS booted=$SECONDS
+    board_start "$run" || { fail "no power-on"; return "$failures"; }
+    while :; do
+      # The check of the last cut.
+      installed=NODAEMON
+      if daemon_up >/dev/null; then
+        case $(board_run "$run" 'sha256sum /root/quenvarile | cut -d" " -f1') in
+          "$sum_P") installed=P ;;
+          "$sum_S") installed=S ;;
+          *) installed=BROKEN ;;
+        esac
+      fi
+      # The host listens until the first position (at most 90 s); a console
+      # that found the line closed (its log says so) listens again.
+      : > "$run/host.log"
+      end=$((SECONDS + 90))
+      while [ $SECONDS -lt $end ] && ! grep -q '^position' "$run/host.log"; do
+        "$QV_HOST" --device "$(board_host_tty "$run")" --listen 90 >> "$run/host.log" 2>&1 &
+        listener=$!
+        while [ $SECONDS -lt $end ] && kill -0 "$listener" 2>/dev/null && ! grep -q '^position' "$run/host.log"; do
+          sleep 0.2
+        done
+        kill "$listener" 2>/dev/null; wait "$listener" 2>/dev/null
+        sleep 1
       done
-    fi
-    host_directions 2 >/dev/null
-    (cd "$run" && exec "$QV_PACED_SB" "$(board_host_tty "$run")" quenvarile_ota) > "$run/sender.log" 2>&1 &
-    sender=$!
-    if [[ $cut == step* ]]; then
-      board_wait "$run" "ended: exit 86" $((transfer * 4 + 60)) || fail "$cut: the daemon did not end after step ${cut#step}"
-    else
-      sleep "$(awk -v t="${cut#at}" 'BEGIN { printf "%.1f", t / 10 }')"
-    fi
+      positions=$(grep -c '^position' "$run/host.log")
+      if [ -n "$cut" ]; then
+        case $installed in
+          BROKEN) fail "$cut: /root/quenvarile is neither executable" ;;
+          NODAEMON) fail "$cut: no daemon after the cut" ;;
+        esac
+        case $cut in
+          step[1-5]) [ "$installed" = "$before" ] || fail "$cut: the new executable before the rename" ;;
+          step7|none) [ "$installed" = "$sent" ] || fail "$cut: the old executable after the installation" ;;
+        esac
+        [ "$positions" -gt 0 ] || fail "$cut: no position frame after the cut"
+        echo "   cut ${cut/#none/none (a whole update)}: $installed ($([ "$installed" = "$sent" ] && echo new || echo old));" \
+             "a position $(( SECONDS - booted )) s after power-on; $(( SECONDS - started )) s from the transfer's start"
+      fi
+      [[ $installed == [PS] ]] || break
+      [ ${#steps[@]} -eq 0 ] && [ "$randoms" -eq 0 ] && break
+      n=$((n + 1))
+      before=$installed
+      sent=P; [ "$installed" = P ] && sent=S
+      if [ ${#steps[@]} -gt 0 ] && [ "$installed" = S ]; then
+        cut=step${steps[0]}; steps=("${steps[@]:1}")
+        if board_run "$run" 'test -e /root/quenvarile_trial' >/dev/null; then
+          board_wait "$run" 'update kept' 120 || fail "$cut: the trial did not end with the update kept"
+        fi
+        mark=$(wc -l < "$run/console.log")
+        board_run "$run" "mkdir -p /run/systemd/system/quenvarile.service.d && printf '[Service]\\nEnvironment=QV_SANDBOX_UPDATE_CUT_AFTER=${cut#step}\\n' > /run/systemd/system/quenvarile.service.d/cut.conf && systemctl daemon-reload && systemctl restart quenvarile" >/dev/null \
+          || fail "$cut: the daemon was not restarted with the cut"
+        for _ in $(seq 1 300); do
+          tail -n +"$mark" "$run/console.log" | grep -aq 'velquare_audioprocess_init ok' && break; sleep 0.2
+        done
+      elif [ "$randoms" -gt 0 ] && [ ${#steps[@]} -eq 0 ]; then
+        randoms=$((randoms - 1))
+        # The wait for the file, the transfer at about 2 KB/s, the installation.
+        transfer=$(( $(stat -c %s "$run/../$sent") / 2000 + 10 ))
+        at=$(( RANDOM % (transfer * 10) ))
+        cut=at$((at / 10)).$((at % 10))s
+      else
+        cut=none  # step cuts left and P installed: a whole update puts S back
+      fi
+      cp "$run/../$sent" "$run/send/quenvarile_ota"
+      started=$SECONDS
+      for try in 1 2 3 4 5; do
+        mark=$(wc -l < "$run/console.log")
+        (cd "$run/send" && exec "$QV_PACED_SB" "$(board_host_tty "$run")" quenvarile_ota) >> "$run/sender-$n.log" 2>&1 &
+        sender=$!
+        case $cut in
+          step*|none)
+            # A transfer the loaded PC broke (a pause inside a block ends it;
+            # the board answers "ymodem updata err" and goes on) is sent again.
+            end=$((SECONDS + 240))
+            until transfer_done || [ $SECONDS -ge $end ] \
+                || tail -n +"$mark" "$run/console.log" | grep -aq 'finished_state err'; do sleep 0.2; done
+            transfer_done && break
+            kill "$sender" 2>/dev/null; wait "$sender" 2>/dev/null
+            [ $SECONDS -ge $end ] && break
+            [ $try -lt 5 ] && echo "   $cut: the transfer broke (try $try); sending again"
+            sleep 12 ;;
+          at*) sleep "${cut#at}"; break ;;
+        esac
+      done
+      transfer_done || case $cut in
+        step*) fail "$cut: the daemon did not end after step ${cut#step}" ;;
+        none) fail "the board did not reboot after a whole update" ;;
+      esac
+      board_kill "$run"
+      kill "$sender" 2>/dev/null; wait "$sender" 2>/dev/null
+      booted=$SECONDS
+      board_start "$run" || { fail "$cut: no power-on after the cut"; break; }
+    done
     board_kill "$run"
-    kill "$sender" 2>/dev/null; wait "$sender" 2>/dev/null
-    board_start "$run" || { fail "$cut: no power-on after the cut"; continue; }
-    daemon_up >/dev/null || fail "$cut: no daemon after the cut"
-    got=$(board_run "$run" 'sha256sum /root/quenvarile | cut -d" " -f1')
-    case $got in
-      "$want_old") which=old ;;
-      "$want_new") which=new ;;
-      *) which=BROKEN; fail "$cut: /root/quenvarile is neither the old nor the new executable" ;;
-    esac
-    "$QV_HOST" --device "$(board_host_tty "$run")" --listen 15 > "$run/host.log" 2>&1
-    grep -q '^position' "$run/host.log" || fail "$cut: no position frame after the cut"
-    board_kill "$run"
-    tally="$tally $cut:$which"
-    echo "   cut $cut: /root/quenvarile is the $which executable; $(grep -c '^position' "$run/host.log") position frames"
+    echo "   $n transfers"
+    return "$failures"
+  }
+
+  chains=${BOARD_CUT_CHAINS:-2}
+  randoms=${BOARD_CUTS:-20}
+  first=$(( chains > 1 ? randoms / 6 : randoms ))
+  trap 'for d in "$run"/chain*/; do board_kill "$d"; done' EXIT
+  pids=()
+  for c in $(seq 1 "$chains"); do
+    if [ "$c" -eq 1 ]; then plan=("${BOARD_CUT_STEPS:-1 2 3 4 5 6 7}" "$first")
+    else plan=("" $(( (randoms - first) / (chains - 1) + (c == 2 ? (randoms - first) % (chains - 1) : 0) )))
+    fi
+    cut_chain "$run/chain$c" "${plan[@]}" > "$run/chain$c.log" 2>&1 &
+    pids+=($!)
   done
-  run=$main_run
+  for c in $(seq 1 "$chains"); do
+    wait "${pids[$((c - 1))]}"; status=$?
+    echo "-- board $c:"; cat "$run/chain$c.log"
+    failures=$((failures + status))
+  done
   ;;
 realtime)
   seconds=${BOARD_REALTIME_SECONDS:-180}
