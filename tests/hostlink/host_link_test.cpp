@@ -186,7 +186,9 @@ TEST_F(HostProtocolTest, PausesOnAClosedLineLastTheirWholeTime) {
     gHostCtrl.uartOpened = opened;
     auto took = std::chrono::milliseconds::max();
     for (int run = 0; run < 3; ++run)
-      took = std::min(took, timeOf([] { stdoutOf([] { hostExecuteCommand({K::GetPosition, 0, 2}); }); }));
+      took = std::min(took, timeOf([] {
+                        stdoutOf([] { hostExecuteCommand({K::GetPosition, 0, 2}); });
+                      }));
     EXPECT_EQ(took.count() >= 100, opened == 0) << took.count();
   }
   int closed[2];

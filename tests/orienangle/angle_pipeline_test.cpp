@@ -112,10 +112,14 @@ TEST_F(AnglePipeline, DigitalSilenceIsTenConsecutiveSamplesWithinOne) {
 TEST(AngleVoiceDecision, ProbabilityOrThreeOpenGainsOfOneHalf) {
   const float above = std::nextafter(0.5f, 1.0f);
   const std::tuple<float, float, std::vector<int>, std::vector<int>, float, bool> cases[] = {
-      {0.0f, 0.0f, {}, {}, 1.0f, false},         {0.5f, 0.5f, {1, 2, 3}, {}, 0.5f, false},
-      {above, 0.0f, {}, {}, 1.0f, true},         {0.0f, above, {}, {}, 1.0f, true},
-      {0.0f, 0.0f, {1, 8, 15}, {}, above, true}, {0.0f, 0.0f, {}, {1, 8, 15}, 1.0f, true},
-      {0.0f, 0.0f, {0, 1, 15, 16}, {}, 1.0f, false}, {0.0f, 0.0f, {2, 9}, {3, 14}, 1.0f, false}};
+      {0.0f, 0.0f, {}, {}, 1.0f, false},
+      {0.5f, 0.5f, {1, 2, 3}, {}, 0.5f, false},
+      {above, 0.0f, {}, {}, 1.0f, true},
+      {0.0f, above, {}, {}, 1.0f, true},
+      {0.0f, 0.0f, {1, 8, 15}, {}, above, true},
+      {0.0f, 0.0f, {}, {1, 8, 15}, 1.0f, true},
+      {0.0f, 0.0f, {0, 1, 15, 16}, {}, 1.0f, false},
+      {0.0f, 0.0f, {2, 9}, {3, 14}, 1.0f, false}};
   for (const auto &[p1, p2, open1, open2, gain, voiced] : cases) {
     float g[2][PIPE_DENOISE_GAINS] = {};
     for (int i : open1) g[0][i] = gain;
